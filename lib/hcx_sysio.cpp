@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// PosixMachine: the door to the real machine. Owns no state but what the kernel keeps behind descriptors.
+#include "hcx_sysio.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace hcx::sysio {
+namespace {
+
+int result(int rc) { return rc < 0 ? -errno : rc; }
+
+class PosixMachine final : public Machine {
+ public:
+  int open(const char *path, int flags, mode_t mode) override {
+    int fd;
+    do {
+      fd = ::open(path, flags | O_CLOEXEC, mode);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return -errno;
+    // An application may have closed its standard streams; what we open must never stand in for one of them.
+    if (fd <= STDERR_FILENO) {
+      int lifted = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+      int error = errno;
+      ::close(fd);
+      return lifted < 0 ? -error : lifted;
+    }
+    return fd;
+  }
+
+  int close(int fd) override { return result(::close(fd)); }
+
+  ssize_t read(int fd, void *buf, size_t count) override {
+    ssize_t n;
+    do {
+      n = ::read(fd, buf, count);
+    } while (n < 0 && errno == EINTR);
+    return n < 0 ? -errno : n;
+  }
+
+  ssize_t write(int fd, const void *buf, size_t count) override {
+    ssize_t n;
+    do {
+      n = ::write(fd, buf, count);
+    } while (n < 0 && errno == EINTR);
+    return n < 0 ? -errno : n;
+  }
+
+  off_t seek(int fd, off_t offset) override {
+    off_t at = ::lseek(fd, offset, SEEK_SET);
+    return at < 0 ? -errno : at;
+  }
+
+  int lock(int fd, int operation) override {
+    int rc;
+    do {
+      rc = ::flock(fd, operation);
+    } while (rc < 0 && errno == EINTR);
+    return result(rc);
+  }
+
+  int64_t stat(const char *path, mode_t *mode) override {
+    struct stat st;
+    if (::stat(path, &st) < 0) return -errno;
+    if (mode) *mode = st.st_mode;
+    return st.st_size;
+  }
+
+  int fstat(int fd, mode_t *mode) override {
+    struct stat st;
+    if (::fstat(fd, &st) < 0) return -errno;
+    *mode = st.st_mode;
+    return 0;
+  }
+
+  int list(const char *path, const char *prefix, std::vector<std::string> &names) override {
+    DIR *dir = ::opendir(path);
+    if (!dir) return -errno;
+    const size_t length = strlen(prefix);
+    int rc = 0;
+    try {
+      for (;;) {
+        errno = 0;
+        const dirent *entry = ::readdir(dir);
+        if (!entry) {
+          rc = -errno;
+          break;
+        }
+        if (strncmp(entry->d_name, prefix, length) != 0) continue;
+        if (!strcmp(entry->d_name, ".") || !strcmp(entry->d_name, "..")) continue;
+        names.emplace_back(entry->d_name);
+      }
+    } catch (const std::bad_alloc &) {
+      rc = -ENOMEM;
+    }
+    ::closedir(dir);
+    return rc;
+  }
+
+  ssize_t read_link(const char *path, char *buf, size_t size) override {
+    ssize_t n = ::readlink(path, buf, size);
+    return n < 0 ? -errno : n;
+  }
+
+  int unlink(const char *path) override { return result(::unlink(path)); }
+
+  int ioctl(int fd, unsigned long request, void *arg) override {
+    // Never started again: the kernel may already have sent what the argument describes.
+    return result(::ioctl(fd, request, arg));
+  }
+
+  time_t now() override { return ::time(nullptr); }
+
+  void syslog_open(const char *ident, int options, int facility) override { ::openlog(ident, options, facility); }
+  void syslog_close() override { ::closelog(); }
+  void syslog(int priority, const char *text) override { ::syslog(priority, "%s", text); }
+};
+
+// Constructed once and never destroyed: other static destructors may still log.
+Machine &posix_machine() {
+  static PosixMachine &instance = *new PosixMachine;
+  return instance;
+}
+
+Machine *current = nullptr;
+
+}  // namespace
+
+Machine &machine() { return current ? *current : posix_machine(); }
+
+int list_sorted(const char *path, const char *prefix, std::vector<std::string> &names) {
+  int rc = machine().list(path, prefix, names);
+  std::sort(names.begin(), names.end());
+  return rc;
+}
+
+}  // namespace hcx::sysio
+
+void LIBHCX_private_set_machine(hcx::sysio::Machine *machine) { hcx::sysio::current = machine; }

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The one door to the machine. Everything the library asks of the kernel goes through a Machine: PosixMachine in a
+// shipped process, another one in tests and under hcxsim. No verb knows what the bytes mean.
+//
+// Results are a value >= 0, or the negated errno of the call that failed. Verbs that EINTR may cut short without
+// harm start again by themselves. All verbs may be called from any thread; the machine itself is exchanged only
+// before start-up, while no other thread uses the library.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <time.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace hcx::sysio {
+
+class Machine {
+ public:
+  Machine() = default;
+  Machine(const Machine &) = delete;
+  Machine &operator=(const Machine &) = delete;
+  virtual ~Machine() = default;
+
+  // A descriptor opened here is never 0, 1 or 2 and is closed on exec. `flags` are open(2)'s.
+  virtual int open(const char *path, int flags, mode_t mode = 0) = 0;
+  virtual int close(int fd) = 0;
+  // One read or write at the descriptor's position; short counts are the caller's business.
+  virtual ssize_t read(int fd, void *buf, size_t count) = 0;
+  virtual ssize_t write(int fd, const void *buf, size_t count) = 0;
+  // Absolute seek; the new position.
+  virtual off_t seek(int fd, off_t offset) = 0;
+  // flock(2): LOCK_EX blocks until the lock is there.
+  virtual int lock(int fd, int operation) = 0;
+  // Size in bytes of a file that is not opened; type bits and mode go to *mode when that is not null.
+  virtual int64_t stat(const char *path, mode_t *mode = nullptr) = 0;
+  virtual int fstat(int fd, mode_t *mode) = 0;
+  // Appends the names in a directory that begin with `prefix`, in directory order, without "." and "..".
+  virtual int list(const char *path, const char *prefix, std::vector<std::string> &names) = 0;
+  // Text of a symbolic link, not terminated; its length.
+  virtual ssize_t read_link(const char *path, char *buf, size_t size) = 0;
+  virtual int unlink(const char *path) = 0;
+  virtual int ioctl(int fd, unsigned long request, void *arg) = 0;
+
+  virtual time_t now() = 0;
+
+  virtual void syslog_open(const char *ident, int options, int facility) = 0;
+  virtual void syslog_close() = 0;
+  virtual void syslog(int priority, const char *text) = 0;
+};
+
+// The machine in use, never null.
+Machine &machine();
+
+// `list` sorted bytewise, independent of the application's locale.
+int list_sorted(const char *path, const char *prefix, std::vector<std::string> &names);
+
+}  // namespace hcx::sysio
+
+extern "C" {
+// Puts another machine behind the library, null for the real one. For hcxsim and the tests, before start-up.
+__attribute__((visibility("default"))) void LIBHCX_private_set_machine(hcx::sysio::Machine *machine);
+}

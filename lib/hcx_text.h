@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Fixed-size texts on the stack: paths and attribute values. Longer texts are cut, never overrun.
+#pragma once
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace hcx {
+
+template <size_t Size>
+class Text {
+ public:
+  Text() { text_[0] = '\0'; }
+  __attribute__((format(printf, 2, 3))) explicit Text(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text_, Size, format, args);
+    va_end(args);
+  }
+  const char *c_str() const { return text_; }
+  char *data() { return text_; }
+  static constexpr size_t size() { return Size; }
+  bool empty() const { return text_[0] == '\0'; }
+  bool equals(const char *other) const { return strcmp(text_, other) == 0; }
+
+ private:
+  char text_[Size];
+};
+
+using Path = Text<256>;  // a sysfs or device path, at most 255 characters
+using Line = Text<256>;  // the first line of an attribute
+
+// The directory of a host's driver attributes, with its trailing "/".
+inline Path scsi_host_dir(unsigned host_no) { return Path("/sys/class/scsi_host/host%u/", host_no); }
+inline Path fc_host_dir(unsigned host_no) { return Path("/sys/class/fc_host/host%u/", host_no); }
+
+}  // namespace hcx

@@ -1,0 +1,219 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+/*
+ * The inventory: hosts, remote ports and LUNs as sysfs shows them, the routines that build it, and the sysfs access
+ * routines below it.
+ *
+ * Ownership: records belong to the inventory; texts in them are heap strings of the record, null when the attribute
+ * was missing or empty.
+ * Threads: each host has a reader/writer lock with default attributes, so that a thread may take the read side twice.
+ * A host found by hcx_host_find_by_*() is returned with its read lock held; the caller releases it with
+ * pthread_rwlock_unlock(&host->rwlock). The list of hosts is written at start-up and teardown only.
+ */
+#ifndef LIBHCX_HCX_UTIL_H
+#define LIBHCX_HCX_UTIL_H
+
+#include <pthread.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+
+#include "hbaapi.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct hcx_host hcx_host;
+typedef struct hcx_port hcx_port;
+typedef struct hcx_lun hcx_lun;
+
+/* One event in a host's ring. */
+typedef struct host_event {
+  uint32_t seq_num;
+  uint32_t event_code;
+  uint32_t data;
+  uint32_t data1;
+  uint32_t data2;
+  void *data_buffer; /* owned payload */
+  uint32_t data_len;
+  struct host_event *next;
+  HBA_WWN wwpn;
+} host_event;
+
+enum { HCX_EVENT_RING_SIZE = 128 };
+
+struct hcx_lun {
+  hcx_lun *next;
+  hcx_port *port;
+  uint64_t id; /* Linux LUN number; the list is sorted by it */
+  size_t serial_number_len;
+  char *serial_number;
+  char *generic_scsi_dev; /* "/dev/sg3" */
+  char *block_dev;        /* "/dev/sdb" */
+  char *tape_dev;         /* "/dev/st0" */
+};
+
+struct hcx_port {
+  hcx_port *next;
+  hcx_host *host;
+  hcx_lun *lun_list;
+  uint32_t id;             /* last number of the remote port's directory name; the list is sorted by it */
+  uint32_t scsi_target_id; /* all ones: no target number */
+  int roles;               /* rport_role bits */
+  uint8_t wwnn[8];
+  uint8_t wwpn[8];
+  uint32_t port_id;        /* 24-bit FC address */
+  char **serial_number;
+  uint32_t mlomgmt;
+};
+
+struct hcx_host {
+  hcx_host *next;
+  hcx_port *port_list;
+  pthread_rwlock_t rwlock;
+  uint32_t id;    /* kernel SCSI host number; the list is sorted by it */
+  int vend_idx;
+  int brd_idx;    /* board number, -1 until HCX_InitDiagEnv() gave one */
+  hcx_port port;  /* the local port */
+  uint32_t topology;
+  uint32_t events_count;
+  uint32_t missed_events_count;
+  uint32_t refresh_timer;
+  char *pci_dev;  /* "/sys/devices/.../0000:05:00.0/" */
+  char *info;
+  char *serial_number;
+  char *hardware_version;
+  char *firmware_revision;
+  char *option_rom_version;
+  char *protocol; /* "fc" or "fcoe" */
+  char *npiv_info;
+  uint8_t *stat_reset;
+  struct {
+    host_event buf[HCX_EVENT_RING_SIZE];
+    uint32_t get;
+    uint32_t put;
+    uint32_t cnt;
+    uint32_t missed;
+  } hbaevt;
+  int temp_sensor_support;
+};
+
+/* Layout generation of the kernel's sysfs tree. */
+enum sysfs_tree_ver {
+  SLES9 = 0,
+  RHEL4 = 1,
+  LK2_6_12 = 2 /* remote ports under /sys/class/fc_remote_ports */
+};
+
+enum rport_role {
+  FC_RPORT_ROLE_UNKNOWN = 0,
+  FC_RPORT_ROLE_FCP_TARGET = 0x1,
+  FC_RPORT_ROLE_FCP_INITIATOR = 0x2,
+  FC_RPORT_ROLE_IP_PORT = 0x4,
+  FC_FPORT_ROLE_FABRIC = 0x10,
+  FC_FPORT_ROLE_FABCTLR = 0x20,
+  FC_FPORT_ROLE_DIRSRVR = 0x40,
+  FC_FPORT_ROLE_TIMESRVR = 0x80,
+  FC_FPORT_ROLE_MGMTSRVR = 0x100,
+  FC_FPORT_ROLE_UNKNFABRIC = 0x800
+};
+
+/* A word of the driver and its number. A table ends with a null name whose value is the default. */
+typedef struct named_const {
+  const char *name;
+  uint32_t val;
+} named_const;
+
+extern hcx_host *hcx_host_list;
+extern uint32_t hcx_host_count;
+extern int sysfs_ver; /* a sysfs_tree_ver */
+
+hcx_host *hcx_host_insert(hcx_host **list, hcx_host *last, hcx_host *new_host);
+hcx_host *hcx_host_remove(hcx_host **list, hcx_host *last, hcx_host *host);
+hcx_port *hcx_host_insert_port(hcx_host *host, hcx_port *last, hcx_port *new_port);
+hcx_port *hcx_host_remove_port(hcx_port **list, hcx_port *last, hcx_port *port);
+hcx_lun *hcx_port_insert_lun(hcx_port *port, hcx_lun *last, hcx_lun *new_lun);
+hcx_lun *hcx_port_remove_lun(hcx_lun **lun_list, hcx_lun *last, hcx_lun *lun);
+hcx_port *hcx_port_find_by_id(hcx_port *list, uint32_t id);
+hcx_port *hcx_port_find_by_target_id(hcx_port *list, uint32_t scsi_target_id);
+hcx_port *hcx_port_find_by_port_id(hcx_port *list, uint32_t port_id);
+hcx_port *hcx_port_find_by_wwpn(hcx_port *list, const uint8_t *wwpn);
+hcx_port *hcx_port_find_by_wwnn(hcx_port *list, const uint8_t *wwnn);
+hcx_lun *hcx_lun_find_by_id(hcx_lun *list, uint64_t lun_id);
+hcx_host *hcx_host_find_by_id(hcx_host *list, uint32_t id);
+hcx_host *hcx_host_find_by_port_id(hcx_host *list, uint32_t port_id);
+hcx_host *hcx_host_find_by_wwpn(hcx_host *list, const uint8_t *wwpn);
+hcx_host *hcx_host_find_by_wwnn(hcx_host *list, const uint8_t *wwnn);
+void hcx_lun_free(hcx_lun *lun);
+void hcx_port_free(hcx_port *port);
+void hcx_host_free(hcx_host *host);
+void hcx_host_clean(hcx_host *host);
+void hcx_lun_clean(hcx_lun *lun);
+void hcx_host_logdump(hcx_host *host);
+void hcx_port_logdump(hcx_port *port);
+void hcx_lun_logdump(hcx_lun *lun);
+uint32_t hcx_sysfs_scan_hosts(hcx_host **list);
+void hcx_sysfs_scan_host(hcx_host *host);
+int hcx_host_is_online(hcx_host *host);
+int hcx_host_online(hcx_host *host);
+int hcx_host_offline(hcx_host *host);
+int hcx_host_drv_ver(hcx_host *host, char *buff, int count);
+int hcx_get_sli_mode(hcx_host *host);
+int hcx_get_sli4_if_type(hcx_host *host);
+int hcx_get_protocol_mode(hcx_host *host);
+int hcx_get_function_type(hcx_host *host);
+int hcx_get_board_sli_mode(uint32_t board);
+int hcx_get_board_sli4_if_type(uint32_t board);
+int hcx_get_board_protocol_mode(uint32_t board);
+char *hcx_sysfs_read_str(const char *dir, const char *file, char *ret_val, size_t buff_len);
+int hcx_sysfs_read_int(const char *dir, const char *file);
+unsigned int hcx_sysfs_read_uint(const char *dir, const char *file);
+uint32_t hcx_sysfs_read_hexuint32(const char *dir, const char *file);
+uint64_t hcx_sysfs_read_hexuint64(const char *dir, const char *file);
+int hcx_sysfs_write_str(const char *dir, const char *file, const char *out_str);
+int hcx_sysfs_test_file(const char *dir, const char *file);
+int hcx_sysfs_test_dir(const char *dir_name);
+uint64_t hcx_host_stat_read(hcx_host *host, const char *stat_name);
+char *hcx_str_chop_cr(char *str_buff);
+size_t hcx_sysfs_read_binfile(const char *dir, const char *file, void *buff, off_t offset, size_t buff_len);
+size_t hcx_sysfs_write_binfile(const char *dir, const char *file, const void *buff, off_t offset, size_t buff_len);
+int hcx_sysfs_lock_binfile(const char *dir, const char *file);
+int hcx_sysfs_unlock_binfile(int file_desc);
+size_t hcx_sysfs_read_locked_fd(int fd, void *buff, off_t offset, size_t buff_len);
+size_t hcx_sysfs_write_locked_fd(int fd, const void *buff, off_t offset, size_t buff_len);
+int hcx_host_mbox_lock(hcx_host *host);
+size_t hcx_host_mbox_write(int fd, const void *buff, off_t offset, size_t count);
+size_t hcx_host_mbox_read(int fd, void *buff, off_t offset, size_t count);
+int hcx_host_mbox_unlock(int fd);
+int hcx_host_tibra_lock(hcx_host *host);
+size_t hcx_host_tibra_write(int fd, const void *buff, off_t offset, size_t count);
+size_t hcx_host_tibra_read(int fd, void *buff, off_t offset, size_t count);
+int hcx_host_tibra_unlock(int fd);
+size_t hcx_host_ctlreg_read(hcx_host *host, void *buff, off_t offset, size_t count);
+size_t hcx_host_ctlreg_write(hcx_host *host, const void *buff, off_t offset, size_t count);
+size_t hcx_host_slimem_read(hcx_host *host, void *buff, off_t offset, size_t count);
+size_t hcx_host_slimem_write(hcx_host *host, const void *buff, off_t offset, size_t count);
+size_t hcx_host_stats_read(hcx_host *host, void *buff, off_t offset, size_t count);
+size_t hcx_host_pcireg_read(hcx_host *host, void *buff, off_t offset, size_t count);
+int hcx_host_param_read(hcx_host *host, const char *param_name, uint32_t *param_value);
+int hcx_host_param_write(hcx_host *host, const char *param_name, uint32_t val, uint32_t *old_val, const char *prefix);
+uint32_t str2enum(const char *str, const named_const *descr);
+int enum2str(char *str, size_t str_len, uint32_t val, const named_const *descr);
+uint32_t str2bitfield(const char *str, char sep, const named_const *descr);
+int bitfield2str(char *str, size_t str_len, uint32_t val, char sep, const named_const *descr);
+void hcx_sysfs_scan_lport(hcx_port *port);
+void hcx_sysfs_scan_rports(hcx_host *host);
+void hcx_sysfs_scan_rport(hcx_port *port);
+void hcx_sysfs_scan_luns(hcx_port *rport);
+void hcx_sysfs_scan_lun(hcx_lun *lun);
+int hcx_get_lun_file_name(uint32_t host_id, uint32_t target_id, uint64_t lun_id, char *dev_name);
+int hcx_get_target_id(uint32_t host_id, HBA_WWN *pWWPN);
+int hcx_get_host_id(HBA_WWN *pWWPN);
+void hcx_get_wwpn(uint32_t host_no, HBA_WWN *wwpn);
+hcx_host *hcx_vport_to_physical_host(uint32_t host_no);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

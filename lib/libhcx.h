@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What the areas of the library share among themselves and do not export.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "hcx_guard.h"
+#include "hcx_log.h"
+#include "hcx_sysio.h"
+#include "hcx_text.h"
+#include "libhcx_api.h"
+
+namespace hcx {
+
+// ---- hcx_util: sysfs access without the capability gate ----
+// For attributes that no row of the capability templates answers for. The list of those attributes and the reason
+// stand in hcx_util_attr.cpp. Same results as the exported readers of the same kind.
+char *attr_read_str(const char *dir, const char *file, char *text, size_t size);
+int attr_read_int(const char *dir, const char *file);
+uint32_t attr_read_uint(const char *dir, const char *file);
+uint32_t attr_read_hex32(const char *dir, const char *file);
+uint64_t attr_read_hex64(const char *dir, const char *file);
+int attr_write_str(const char *dir, const char *file, const char *text);
+bool attr_exists(const char *dir, const char *file);
+
+// ---- hcx_util: words of the driver (tables of hcx_util_names.cpp) ----
+extern const named_const rport_role_names[];
+extern const named_const port_state_names[];
+extern const named_const board_mode_names[];
+
+// ---- hcx_util: inventory ----
+// True when the host directory `name` ("host3") belongs to a physical port.
+bool is_physical_port(const char *name);
+// The board's host with its read lock held, after a first scan when the inventory is empty.
+HostRef board_host(uint32_t board);
+// Releases records that discovery has set aside; at teardown only.
+void free_retired_records(hcx_host *host);
+
+// ---- hcx_admin: logger ----
+void libhcx_open_syslog();
+
+// WWN as a number and as bytes, most significant first.
+inline void wwn_store(uint8_t bytes[8], uint64_t wwn) {
+  for (int i = 7; i >= 0; --i, wwn >>= 8) bytes[i] = static_cast<uint8_t>(wwn);
+}
+inline uint64_t wwn_load(const uint8_t bytes[8]) {
+  uint64_t wwn = 0;
+  for (int i = 0; i < 8; ++i) wwn = wwn << 8 | bytes[i];
+  return wwn;
+}
+
+}  // namespace hcx
