@@ -121,6 +121,124 @@ enum log_enable {
   LOG_MBOX_DATA = 0x20000   /* hex dumps of mailbox data */
 };
 
+/* ---- What the driver and the adapter port are ---- */
+
+/* The driver, as HCX_GetDrvInfo() describes it. */
+typedef struct HCXDRVINFO {
+  uint8_t drvInfoVer;  /* in: the caller's record version, out: 4 */
+  uint8_t drvType;     /* 0x10 */
+  uint16_t reserved;   /* not written */
+  uint8_t rmLevel;     /* 3 */
+  uint8_t mpLevel;     /* 0 */
+  uint8_t hbaapiLevel; /* 1 */
+  uint8_t rsvd;        /* not written */
+  uint8_t drvVer[16];  /* version text, terminated */
+  uint8_t drvName[8];  /* "vosk" */
+  uint8_t ftrDrvVer[16];
+  uint8_t ftrDrvName[8];
+  uint8_t ipDrvVer[16];
+  uint8_t ipDrvName[8];
+  uint32_t d_id; /* FC address of the port */
+  uint8_t wwpn[8];
+  uint8_t wwnn[8];
+  uint8_t hostname[32]; /* of this computer, terminated */
+  uint32_t NPIVsupport; /* not written */
+  uint32_t sliMode;     /* 3 or 4, all ones when unknown */
+  uint64_t featureList; /* hcx_driver_features bits */
+} HCXDRVINFO, HCXDrvInfo;
+
+/* Bits of HCXDRVINFO.featureList. Bits 0x71 are always set; what they mean is agreed between applications. */
+enum hcx_driver_features {
+  HCX_FEATURE_BASE = 0x71,
+  HCX_FEATURE_STATISTICS = 0x100, /* I/O latency statistics */
+  HCX_FEATURE_FCOE = 0x200,
+  HCX_FEATURE_FC = 0x400,
+  HCX_FEATURE_SLI4 = 0x1000
+};
+
+/* Vital product data. Texts are terminated; empty when the driver does not say. */
+typedef struct VPD {
+  uint32_t version; /* in: 1 */
+  char ModelDescription[256];
+  char Model[80];
+  char ProgramType[256];
+  char PortNum[20];
+} VPD, Vpd;
+
+enum linkinfo_topologies {
+  LNK_LOOP = 1,
+  LNK_PUBLIC_LOOP = 2,
+  LNK_FABRIC = 3,
+  LNK_PT2PT = 4,
+  LNK_MLOMGMT = 5 /* down, and held by the management layer */
+};
+
+enum linkinfo_linkstates {
+  LNK_DOWN = 1,
+  LNK_UP = 2,
+  LNK_FLOGI = 3,
+  LNK_DISCOVERY = 4,
+  LNK_REDISCOVERY = 5,
+  LNK_READY = 6,
+  LNK_DOWN_PERSIST = 7 /* taken down by the user */
+};
+
+typedef struct LINKINFO {
+  uint32_t a_linkEventTag; /* a_linkUp + a_linkDown */
+  uint32_t a_linkUp;       /* both counts are the loop initialisations or, without these, the NOS count: */
+  uint32_t a_linkDown;     /* the driver counts no link events */
+  uint32_t a_linkMulti;    /* 0 */
+  uint32_t a_DID;
+  uint8_t a_topology;  /* linkinfo_topologies, 0 unknown */
+  uint8_t a_linkState; /* linkinfo_linkstates, 0 unknown */
+  uint8_t a_alpa;
+  uint8_t a_alpaCnt;      /* at most 126 */
+  uint8_t a_alpaMap[128]; /* count, own address, the others, 0 */
+  uint8_t a_wwpName[8];
+  uint8_t a_wwnName[8];
+} LINKINFO, LinkInfo;
+
+/* NODEINFO.a_flag */
+enum node_info_flags {
+  NODE_RPI_XRI = 0x1,
+  NODE_REQ_SND = 0x2,
+  NODE_ADDR_AUTH = 0x4,
+  NODE_RM_ENTRY = 0x8,
+  NODE_FARP_SND = 0x10,
+  NODE_FABRIC = 0x20,
+  NODE_FCP_TARGET = 0x40,
+  NODE_IP_NODE = 0x80,
+  NODE_DISC_START = 0x100,
+  NODE_SEED_WWPN = 0x200, /* bound to its SCSI target number by port name */
+  NODE_SEED_WWNN = 0x400,
+  NODE_SEED_DID = 0x800,
+  NODE_SEED_MASK = 0xE00,
+  NODE_AUTOMAP = 0x1000,
+  NODE_NS_REMOVED = 0x2000
+};
+
+/* NODEINFO.a_state */
+enum node_info_states {
+  NODE_UNUSED = 0,
+  NODE_LIMBO = 1,
+  NODE_LOGOUT = 2,
+  NODE_PLOGI = 3,
+  NODE_LOGIN = 4,
+  NODE_PRLI = 5,  /* on-line without SCSI target number */
+  NODE_ALLOC = 6, /* on-line with one */
+  NODE_SEED = 7
+};
+
+/* One discovered port. */
+typedef struct NODEINFO {
+  uint16_t a_flag;
+  uint16_t a_state;
+  uint32_t a_did;
+  uint8_t a_wwpn[8];
+  uint8_t a_wwnn[8];
+  uint32_t a_targetid; /* all ones: none */
+} NODEINFO, NodeInfo;
+
 #ifdef __cplusplus
 }
 #endif

@@ -13,6 +13,7 @@
 #ifndef LIBHCX_LIBHCX_API_H
 #define LIBHCX_LIBHCX_API_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "hbaapi.h"
@@ -45,6 +46,261 @@ void libhcx_backtrace(void);
 /* ---- Driver interface ---- */
 
 uint32_t open_voskhcx(void);
+
+/* ---- Driver and adapter information ---- */
+
+/*
+ * Describes the driver and the adapter port.
+ * info: drvInfoVer holds the caller's record version (4) and is 4 afterwards; every text is terminated.
+ * Returns 0; 4 for another record version (2 and 3: filled up to `hostname`, others: without it); 12 no such
+ * board; 1 null pointer. Reads "vosk_drvr_version" and "vosk_stat_data_ctrl" of the SCSI host; the rest comes
+ * from the inventory, which is not scanned. `reserved`, `rsvd` and `NPIVsupport` are not written.
+ */
+uint32_t HCX_GetDrvInfo(uint32_t board, HCXDrvInfo *info);
+
+/*
+ * Vital product data of the adapter.
+ * vpdinfo: version must be 1; the texts are emptied, then filled.
+ * Returns 0; 1 another version or a null pointer; 2 no such board.
+ * Reads "modeldesc", "modelname", "programtype" and "portnum" of the SCSI host. The inventory is not scanned.
+ */
+uint32_t GetVPDInfo(uint32_t board, Vpd *vpdinfo);
+
+/*
+ * State of the link, with the map of a loop.
+ * Returns 0; 12 no such board; 8 when the port's directory is gone or its state is "Not Present"; 1 null
+ * pointer. Rescans the board and its remote ports, then reads the FC host, "link_state" or "state",
+ * "mlomode", and the statistic "lip_count" or "nos_count". The loop map holds at most 126 addresses.
+ */
+uint32_t HCX_GetLinkInfo(uint32_t board, LinkInfo *info);
+
+/* The same under its older name. */
+uint32_t GetLinkInfo(uint32_t board, LinkInfo *info);
+
+/*
+ * Lists the ports that the adapter port sees, in inventory order; ports that cannot be read are left out.
+ * nodeinfo: room for one entry per remote port; the call cannot know how much room there is.
+ * Returns the number of entries written; -1 none, or a null pointer; -ENOMEM no such board.
+ * Rescans the board and its remote ports; reads the attributes of each and "tgtid_bind_type" of the FC host.
+ */
+int GetNodeInfo(uint32_t board, NodeInfo *nodeinfo);
+
+/*
+ * Has the user taken the link down?
+ * Returns 1 when "link_state" (or "state" where that is missing) of the SCSI host says so, else 0, also
+ * without board.
+ */
+int linkDownUser(uint32_t board);
+
+/*
+ * Reads the adapter's control registers as the driver's dump region 0 (SLI-3 only).
+ * identifier: 0. buff, buff_len: in the number of bytes wanted, at most 256; out 0 on 3, the bytes read on a
+ * short read. Returns 0; 1 SLI mode unknown, short read or null pointer; 2 SLI-4 adapter or an identifier
+ * above 7; 3 more than 256 bytes wanted; 4 identifiers 1 to 7; 12 no such board. Reads the SCSI host's binary
+ * attribute "ctlreg" at offset 0.
+ */
+uint32_t HCX_GetDriverDumpRegion(uint32_t board, uint32_t identifier, uint8_t *buff, uint32_t *buff_len);
+
+/* Not supported by any driver of this library. Always 2. */
+uint32_t GetIOinfo(uint32_t board, void *ioinfo);
+
+/*
+ * Number of events that the board's ring has taken.
+ * Returns 0; 12 no such board; 1 null pointer. Reads the inventory only.
+ */
+uint32_t GetEventsCount(uint32_t board, uint32_t *count);
+
+/* Number of events lost because the board's ring was full. As GetEventsCount(). */
+uint32_t GetMissedEventsCount(uint32_t board, uint32_t *count);
+
+/* ---- Adapter and port attributes, statistics ---- */
+/*
+ * Results are HBA_STATUS numbers. A null pointer is HBA_STATUS_ERROR_ARG. A missing attribute leaves its
+ * field 0 or empty and never fails a call. The port calls rescan the board and its remote ports first: no
+ * host lock may be held.
+ */
+
+/*
+ * Describes the adapter.
+ * Returns 0; 12 no such board, or its PCI device is unknown (the record is then not touched).
+ * Reads the SCSI host, "symbolic_name" of the FC host and "vendor" of the PCI device.
+ */
+uint32_t GetAdapterAttributes(uint32_t board, HBA_ADAPTERATTRIBUTES *hbaattributes);
+
+/*
+ * Attributes of the adapter port itself.
+ * chan: 0. Returns 0; 1 for another chan; 12 no such board; 8 port not present.
+ */
+uint32_t GetAdapterPortAttributes(uint32_t board, uint32_t chan, HBA_PORTATTRIBUTES *attr);
+
+/*
+ * Attributes of the remote port at a position in the board's list. Type, symbolic name, speeds, FC-4 types
+ * and fabric name are those of the adapter port. chan: 0. Returns 0; 1 for another chan or a position past
+ * the end; 12 no such board; 8 port not present.
+ */
+uint32_t GetPortAttributesByIndex(uint32_t board, uint32_t chan, uint32_t port_idx, HBA_PORTATTRIBUTES *attr);
+
+/* As GetPortAttributesByIndex(), but 12 for a position past the end. */
+uint32_t GetDiscoveredPortAttributes(uint32_t board, uint32_t chan, uint32_t port_idx,
+                                     HBA_PORTATTRIBUTES *attr);
+
+/*
+ * Attributes of the remote port with a port name.
+ * Returns 0; 8 no such board, no such port, or port not present. The adapter port's own name is not found.
+ */
+uint32_t GetPortAttributesByWWN(uint32_t board, HBA_WWN PortWWN, HBA_PORTATTRIBUTES *attr);
+
+/*
+ * Counters of the adapter port since ResetStatistics(), or since the driver's start without it.
+ * pidx: not looked at. pstat: all ones in LIPCount, NOSCount or DumpedFrames means that this is not counted.
+ * Returns 0; 12 no such board; 1 the counters of an older driver could not be read.
+ * Reads the 15 files in the FC host's "statistics" directory, with older kernels the SCSI host's "stats".
+ * Does not scan.
+ */
+uint32_t GetPortStatistics(uint32_t board, uint32_t pidx, HBA_PORTSTATISTICS *pstat);
+
+/*
+ * Makes GetPortStatistics() count from now on, in this process; the adapter's counters cannot be cleared.
+ * portindex: not looked at. Works only where the driver offers the SCSI host's attribute "stats"; a failure
+ * ends an earlier reset and is visible in the log only.
+ */
+void ResetStatistics(uint32_t board, uint32_t portindex);
+
+/* Reads the board and its remote ports afresh. Returns 0; 12 no such board. */
+uint32_t RefreshInformation(uint32_t board);
+
+/*
+ * Attributes of a port record of the inventory, local or remote, whose host the caller has locked.
+ * Returns 0; 8 when the port's directory is gone or its state is missing or "Not Present" (attr is then not
+ * touched).
+ */
+uint32_t hcx_sysfs_read_port(hcx_port *port, HBA_PORTATTRIBUTES *attr);
+
+/* "mlomode" of the port's host: 0 or 1, 0 without that attribute; 8 when the port's directory is gone. */
+uint32_t hcx_sysfs_read_mlomode(hcx_port *port);
+
+/* ---- Target mappings and bindings ---- */
+
+/*
+ * Lists the LUNs behind a board: operating system names beside fabric names.
+ * mapping: NumberOfEntries holds the room behind it, afterwards the number of LUNs.
+ * Returns 0, also without board (no entries); 7 more LUNs than room (the room is filled); 4 null pointer.
+ * Rescans the board and its remote ports, then reads the inventory only.
+ */
+uint32_t GetFcpTargetMapping(uint32_t board, HBA_FCPTARGETMAPPING *mapping);
+
+/*
+ * The same with the first identification descriptor of each LUN.
+ * hbaPortWWN: port name of the board, as a safeguard. mapping2: as above, but the entries are untouched on 7.
+ * Returns 0; 1 no such board or no memory; 4 null pointer; 5 hbaPortWWN is another port; 7 more LUNs than
+ * room. Sends INQUIRY page 0x83 (SPC) to each LUN without time limit, after all locks have been given back.
+ */
+uint32_t HCX_GetFcpTargetMappingV2(uint32_t board, HBA_WWN hbaPortWWN, HBA_FCPTARGETMAPPINGV2 *mapping2);
+
+/*
+ * Lists the remote ports that can be read, in the form of bindings.
+ * bind_list: NumberOfEntries holds the room behind it, afterwards the number of ports.
+ * Returns 0, also without board (no entries); 1 more ports than room; 4 null pointer.
+ */
+uint32_t GetFcpBindList(uint32_t board, HBA_BIND_LIST_PTR bind_list);
+
+/* The driver binds by itself: no entries. Returns 0; 4 null pointer. */
+uint32_t GetFcpPersistentBinding(uint32_t board, HBA_FCPBINDING *binding);
+
+/* Not supported: always 2. */
+uint32_t AddBind(uint32_t board, HBA_BINDTYPE bind_type, void *bind_id, HBA_SCSIID *scsi_id);
+uint32_t DelBind(uint32_t board, HBA_BINDTYPE bind_type, void *bind_id);
+
+/* ---- SCSI pass-through ---- */
+/*
+ * LUNs: lun_id is the 8-byte image as in HBA_FCPID.FcpLun, where not said otherwise.
+ * Buffers: *data_size and *sense_size hold the room before, and what was transferred after a call that
+ * returned 0. A null size counts as 0. The SCSI status is not looked at: a command that ends in CHECK
+ * CONDITION returns 0 with sense. Results: 0 sent; 1 no such LUN, node could not be opened, command could not
+ * be sent, size over its limit, null pointer; 3 the LUN has no node; 4 no port with the local, or no target
+ * with the remote port name. Threads: may run in parallel. No time limit is set, and SIGUSR1 stays blocked in
+ * the calling thread until the command has ended: it would cut the kernel's wait short while the device goes
+ * on.
+ */
+
+/*
+ * Sends a command to a SCSI generic (or block) node with the SG_IO ioctl.
+ * data_dir: -2 to the device, -3 from the device. timeout: milliseconds. cmd_size: at most 16.
+ */
+uint32_t hcx_send_scsi_cmd(const char *file_name, int data_dir, unsigned timeout, uint8_t *cmd_blk,
+                           size_t cmd_size, uint8_t *data_buff, uint32_t *data_size, uint8_t *sense_buff,
+                           uint32_t *sense_size);
+uint32_t hcx_send_bsg_scsi_cmd(const char *file_name, int data_dir, unsigned timeout, uint8_t *cmd_blk,
+                               size_t cmd_size, uint8_t *data_buff, uint32_t *data_size, uint8_t *sense_buff,
+                               uint32_t *sense_size);
+
+/* Sends INQUIRY (SPC) to a node. evpd: not 0 for a vital product data page. At most 65535 bytes. */
+uint32_t hcx_send_scsi_inq(const char *file_name, int evpd, unsigned page, uint8_t *data_buff,
+                           uint32_t *data_size, uint8_t *sense_buff, uint32_t *sense_size);
+
+/* The inventory's record of a LUN, null when there is none. A rescan in another thread may change it. */
+hcx_lun *hcx_search_lun(uint32_t board, HBA_WWN *rwwpn, uint64_t lun_id);
+
+/* The node for commands: SCSI generic, else block; null when the LUN has neither. Belongs to the record. */
+char *hcx_lun_to_file_name(hcx_lun *lun);
+
+/* INQUIRY (SPC) by board and remote port name. */
+uint32_t SendScsiInquiry(uint32_t board, HBA_WWN *wwpn, uint64_t lun_id, uint8_t evpd, uint32_t pagecode,
+                         void *data_buff, uint32_t *data_size, void *sense_buff, uint32_t *sense_size);
+
+/* READ CAPACITY(10) (SBC) by board and remote port name. */
+uint32_t SendReadCapacity(uint32_t board, HBA_WWN *wwpn, uint64_t lun_id, void *data_buff,
+                          uint32_t *data_size, void *sense_buff, uint32_t *sense_size);
+
+/*
+ * REPORT LUNS (SPC) to LUN 0. Without a LUN 0 the answer is made of the inventory: 16 bytes of room at least
+ * are needed (less: nothing is written and *data_size is 0), and less than 8 give 1.
+ */
+uint32_t SendReportLUNs(uint32_t board, HBA_WWN *wwpn, void *data_buff, uint32_t *data_size, void *sense_buff,
+                        uint32_t *sense_size);
+
+/* READ(10) and WRITE(10) (SBC) of whole 512-byte blocks, at most 65535 of them. sector: block address. */
+uint32_t SendScsiRead(uint32_t board, HBA_WWN *wwpn, uint64_t lun_id, uint32_t sector, void *data_buff,
+                      uint32_t *data_size, void *sense_buff, uint32_t *sense_size);
+uint32_t SendScsiWrite(uint32_t board, HBA_WWN *wwpn, uint64_t lun_id, uint32_t sector, void *data_buff,
+                       uint32_t *data_size, void *sense_buff, uint32_t *sense_size);
+
+/* A 16-byte command of which only the operation code is not 0; data from the device. */
+uint32_t SendScsiCDB(uint32_t board, HBA_WWN *wwpn, uint64_t lun_id, uint32_t opcode, void *data_buff,
+                     uint32_t *data_size, void *sense_buff, uint32_t *sense_size);
+
+/*
+ * The same by local and remote port name, for virtual ports too: sysfs is asked, not the inventory; `board`
+ * is not looked at. lun_id of HCX_SendReadCapacityByWWN() is the LUN's number. HCX_SendReportLUNsByWWN()
+ * makes the answer of sysfs when LUN 0 has no node; less than 8 bytes of room then give 1.
+ */
+uint32_t HCX_SendScsiInquiryByWWN(uint32_t board, HBA_WWN *lwwpn, HBA_WWN *rwwpn, uint64_t lun_id,
+                                  uint8_t evpd, uint32_t pagecode, void *data_buff, uint32_t *data_size,
+                                  void *sense_buff, uint32_t *sense_size);
+uint32_t HCX_SendReadCapacityByWWN(uint32_t board, HBA_WWN *lwwpn, HBA_WWN *rwwpn, uint32_t lun_id,
+                                   void *data_buff, uint32_t *data_size, void *sense_buff,
+                                   uint32_t *sense_size);
+uint32_t HCX_SendReportLUNsByWWN(uint32_t board, HBA_WWN *lwwpn, HBA_WWN *rwwpn, void *data_buff,
+                                 uint32_t *data_size, void *sense_buff, uint32_t *sense_size);
+
+/*
+ * An FCP command (FCP-4), whose CDB is sent to the LUN's node.
+ * cmd_buff: an FCP_CMND IU: LUN in bytes 0-7, direction in byte 11, CDB from byte 12, FCP_DL after it.
+ * data_buff: at least FCP_DL bytes; *data_size afterwards is what was transferred.
+ * fcp_rsp_buffer: at least 24 bytes; an FCP_RSP IU with SCSI status, residual and as much sense as there is
+ * room for. timeout: seconds, 0 for none. Returns as the SCSI calls, and: 2 for what SG_IO cannot carry (task
+ * management, both directions at once, a CDB over 16 bytes); 4 for an IU that is short or at odds with itself
+ * or with the buffers.
+ */
+uint32_t SendFcpCmd(uint32_t board, HBA_WWN *wwpn, void *cmd_buff, uint32_t cmd_size, void *data_buff,
+                    uint32_t *data_size, void *fcp_rsp_buffer, uint32_t *fcp_rsp_size);
+uint32_t SendFcpCmdEx(uint32_t board, HBA_WWN *wwpn, void *cmd_buff, uint32_t cmd_size, void *data_buff,
+                      uint32_t *data_size, void *fcp_rsp_buffer, uint32_t *fcp_rsp_size, uint32_t timeout);
+uint32_t SendBSGFcpCmdEx(uint32_t board, HBA_WWN *wwpn, void *cmd_buff, uint32_t cmd_size, void *data_buff,
+                         uint32_t *data_size, void *fcp_rsp_buffer, uint32_t *fcp_rsp_size, uint32_t timeout);
+/* By local and remote port name, without time limit. */
+uint32_t HCX_SendFcpCmd(uint32_t board, HBA_WWN *lwwpn, HBA_WWN *rwwpn, void *cmd_buff, uint32_t cmd_size,
+                        void *data_buff, uint32_t *data_size, void *fcp_rsp_buffer, uint32_t *fcp_rsp_size);
 
 #ifdef __cplusplus
 }
