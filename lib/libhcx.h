@@ -34,8 +34,16 @@ extern const named_const board_mode_names[];
 bool is_physical_port(const char *name);
 // The board's host with its read lock held, after a first scan when the inventory is empty.
 HostRef board_host(uint32_t board);
-// Releases records that discovery has set aside; at teardown only.
-void free_retired_records(hcx_host *host);
+// The same host after its attributes and remote ports were read again. Gives the lock back meanwhile: pointers into
+// the record's ports and texts do not survive.
+HostRef rescan(HostRef &&host);
+// Release a record that is in no list, with all it owns.
+void destroy_lun(hcx_lun *lun);
+void destroy_port(hcx_port *port);
+// Set records aside that other threads may still hold; free_retired_records() releases them at teardown.
+void retire_port(hcx_port *port);
+void retire_luns(hcx_lun *list);
+void free_retired_records();
 
 // ---- hcx_admin: logger ----
 void libhcx_open_syslog();
