@@ -14,8 +14,9 @@
 namespace hcx {
 
 // ---- hcx_util: sysfs access without the capability gate ----
-// For attributes that no row of the capability templates answers for. The list of those attributes and the reason
-// stand in hcx_util_attr.cpp. Same results as the exported readers of the same kind.
+// For attributes that no row of the capability templates answers for: those in the one table of hcx_util_attr.cpp are
+// used without asking, all others are gated as by the exported routines. Same results as the exported routines of the
+// same kind.
 char *attr_read_str(const char *dir, const char *file, char *text, size_t size);
 int attr_read_int(const char *dir, const char *file);
 uint32_t attr_read_uint(const char *dir, const char *file);
@@ -23,11 +24,22 @@ uint32_t attr_read_hex32(const char *dir, const char *file);
 uint64_t attr_read_hex64(const char *dir, const char *file);
 int attr_write_str(const char *dir, const char *file, const char *text);
 bool attr_exists(const char *dir, const char *file);
+size_t attr_read_binfile(const char *dir, const char *file, void *buff, off_t offset, size_t count);
+size_t attr_write_binfile(const char *dir, const char *file, const void *buff, off_t offset, size_t count);
+int attr_lock_binfile(const char *dir, const char *file);
 
 // ---- hcx_util: words of the driver (tables of hcx_util_names.cpp) ----
 extern const named_const rport_role_names[];
+extern const named_const yes_no_names[];
 extern const named_const port_state_names[];
+extern const named_const class_names[];
+extern const named_const port_type_names[];
+extern const named_const port_speed_names[];
+extern const named_const bind_type_names[];
+extern const named_const reset_type_names[];
 extern const named_const board_mode_names[];
+extern const named_const vport_state_names[];
+extern const named_const link_state_names[];
 
 // ---- hcx_util: inventory ----
 // True when the host directory `name` ("host3") belongs to a physical port.
