@@ -15,6 +15,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 struct sg_io_v4;
 
@@ -22,6 +23,7 @@ int bsg_init_header(struct sg_io_v4 *hdr, struct fc_bsg_request *req, struct fc_
                     int command, uint32_t timeout);
 int send_bsg_get_mgmt_rev(uint32_t *major, uint32_t *minor);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -18,6 +18,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* The versions of the management interface that have a facility, both ends included. */
 typedef struct MMM_WINDOW {
@@ -84,6 +85,7 @@ int find_bsg_ioctl_mmm(int command, int code);
 int find_bsg_device_mmm(const char *dir_name, const char *file_name);
 void hcx_show_mmm(int display);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

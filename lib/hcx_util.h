@@ -22,6 +22,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 typedef struct hcx_host hcx_host;
 typedef struct hcx_port hcx_port;
@@ -212,6 +213,7 @@ int hcx_get_host_id(HBA_WWN *pWWPN);
 void hcx_get_wwpn(uint32_t host_no, HBA_WWN *wwpn);
 hcx_host *hcx_vport_to_physical_host(uint32_t host_no);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

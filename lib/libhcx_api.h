@@ -25,6 +25,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* ---- Start-up, teardown, version ---- */
 
@@ -302,6 +303,7 @@ uint32_t SendBSGFcpCmdEx(uint32_t board, HBA_WWN *wwpn, void *cmd_buff, uint32_t
 uint32_t HCX_SendFcpCmd(uint32_t board, HBA_WWN *lwwpn, HBA_WWN *rwwpn, void *cmd_buff, uint32_t cmd_size,
                         void *data_buff, uint32_t *data_size, void *fcp_rsp_buffer, uint32_t *fcp_rsp_size);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif
