@@ -15,6 +15,11 @@
 extern "C" {
 #endif
 
+typedef uint32_t HBA_UINT32;
+
+/* Which of a port's two names is meant: 0 the node name, 1 the port name. */
+typedef uint32_t HBA_WWNTYPE;
+
 /* A world wide name, in the order in which it is printed. */
 typedef struct HBA_wwn {
   uint8_t wwn[8];
@@ -216,6 +221,19 @@ typedef struct HBA_FCPBinding {
   uint32_t NumberOfEntries;
   HBA_FCPBINDINGENTRY entry[1];
 } HBA_FCPBINDING, *PHBA_FCPBINDING;
+
+/* What a port tells about itself to RNID requests (FC-LS general topology data). */
+typedef struct HBA_MgmtInfo {
+  HBA_WWN wwn;
+  uint32_t unittype;
+  uint32_t PortId;
+  uint32_t NumberOfAttachedNodes;
+  uint16_t IPVersion;
+  uint16_t UDPPort;
+  uint8_t IPAddress[16];
+  uint16_t reserved;
+  uint16_t TopologyDiscoveryFlags;
+} HBA_MGMTINFO, *PHBA_MGMTINFO;
 
 #ifdef __cplusplus
 }

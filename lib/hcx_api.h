@@ -239,6 +239,296 @@ typedef struct NODEINFO {
   uint32_t a_targetid; /* all ones: none */
 } NODEINFO, NodeInfo;
 
+/* ---- Destinations of ELS requests ---- */
+
+/* A remote port, by FC address or by port name. */
+typedef struct DestID {
+  uint32_t type; /* 1: by d_id, 0: by wwn */
+  uint32_t d_id; /* 24-bit FC address */
+  HBA_WWN wwn;   /* port name */
+} DestID;
+
+/* ---- FCP priority ---- */
+
+/* Priority of the FCP commands between two ports for a range of LUNs. A field of all 0xff bytes means "any". */
+typedef struct HCX_QoSEntry {
+  uint8_t src_wwpn[8];  /* own port */
+  uint8_t tgt_wwpn[8];  /* target port */
+  uint8_t first_lun[8]; /* first LUN of the range */
+  uint8_t last_lun[8];  /* last LUN; any: to the end */
+  uint8_t fcp_priority;
+  uint8_t reserved[3];
+} HCX_QoSEntry;
+
+/* The table: as many entries as it says stand behind the count. */
+typedef struct HCX_QoSConfig {
+  uint32_t numberOfEntries;
+  HCX_QoSEntry fcQoSEntry[1];
+} HCX_QoSConfig;
+
+/* ---- Adapter mailbox ---- */
+
+/* Command codes. */
+enum mbox_commands {
+  MBX_SHUTDOWN = 0x00,
+  MBX_LOAD_SM = 0x01,
+  MBX_READ_NV = 0x02,
+  MBX_WRITE_NV = 0x03,
+  MBX_RUN_BIU_DIAG = 0x04,
+  MBX_INIT_LINK = 0x05,
+  MBX_DOWN_LINK = 0x06,
+  MBX_CONFIG_LINK = 0x07,
+  MBX_PART_SLIM = 0x08,
+  MBX_CONFIG_RING = 0x09,
+  MBX_RESET_RING = 0x0A,
+  MBX_READ_CONFIG = 0x0B,
+  MBX_READ_RCONFIG = 0x0C,
+  MBX_READ_SPARM = 0x0D,
+  MBX_READ_STATUS = 0x0E,
+  MBX_READ_RPI = 0x0F,
+  MBX_READ_XRI = 0x10,
+  MBX_READ_REV = 0x11,
+  MBX_READ_LNK_STAT = 0x12,
+  MBX_REG_LOGIN = 0x13,
+  MBX_UNREG_LOGIN = 0x14,
+  MBX_READ_LA = 0x15,
+  MBX_CLEAR_LA = 0x16,
+  MBX_DUMP_MEMORY = 0x17,
+  MBX_DUMP_CONTEXT = 0x18,
+  MBX_RUN_DIAGS = 0x19,
+  MBX_RESTART = 0x1A,
+  MBX_UPDATE_CFG = 0x1B,
+  MBX_DOWN_LOAD = 0x1C,
+  MBX_DEL_LD_ENTRY = 0x1D,
+  MBX_RUN_PROGRAM = 0x1E,
+  MBX_SET_MASK = 0x20,
+  MBX_SET_VARIABLE = 0x21,
+  MBX_UNREG_D_ID = 0x23,
+  MBX_CONFIG_FARP = 0x25,
+  MBX_BEACON = 0x2A,
+  MBX_WRITE_VPARMS = 0x32,
+  MBX_READ_EVENT_LOG_STATUS = 0x37,
+  MBX_READ_EVENT_LOG = 0x38,
+  MBX_WRITE_EVENT_LOG = 0x39,
+  MBX_PORT_CAPABILITIES = 0x3B,
+  MBX_SLI2_CMD_MASK = 0x80,
+  MBX_LOAD_AREA = 0x81,
+  MBX_RUN_BIU_DIAG64 = 0x84,
+  MBX_CONFIG_PORT = 0x88,
+  MBX_READ_SPARM64 = 0x8D,
+  MBX_READ_RPI64 = 0x8F,
+  MBX_REG_LOGIN64 = 0x93,
+  MBX_READ_LA64 = 0x95,
+  MBX_WRITE_WWN = 0x98,
+  MBX_SET_DEBUG = 0x99,
+  MBX_SLI_CONFIG = 0x9B,
+  MBX_LOAD_EXP_ROM = 0x9C,
+  MBX_MAX_CMDS = 0x9D
+};
+
+/* Completion status. 252 also stands for every failure that the library itself found; 253 may be tried again. */
+enum mbox_status {
+  MBX_SUCCESS = 0,
+  MBXERR_NUM_RINGS = 1,
+  MBXERR_NUM_IOCBS = 2,
+  MBXERR_IOCBS_EXCEEDED = 3,
+  MBXERR_BAD_RING_NUMBER = 4,
+  MBXERR_MASK_ENTRIES_RANGE = 5,
+  MBXERR_MASKS_EXCEEDED = 6,
+  MBXERR_BAD_PROFILE = 7,
+  MBXERR_BAD_DEF_CLASS = 8,
+  MBXERR_BAD_MAX_RESPONDER = 9,
+  MBXERR_BAD_MAX_ORIGINATOR = 10,
+  MBXERR_RPI_REGISTERED = 11,
+  MBXERR_RPI_FULL = 12,
+  MBXERR_NO_RESOURCES = 13,
+  MBXERR_BAD_RCV_LENGTH = 14,
+  MBXERR_DMA_ERROR = 15,
+  MBXERR_ERROR = 16,
+  MBX_STATUS_INTERNAL_DRIVER_ERROR = 252,
+  MBX_STATUS_BUSY_RETRY = 253,
+  MBX_STATUS_TIMEOUT = 254,
+  MBX_NOT_FINISHED = 255,
+  MBX_TIMEOUT = 0xFFFFFE,
+  MBX_BUSY = 0xFFFFFF
+};
+
+/* mbxOwner */
+enum { OWN_HOST = 0, OWN_CHIP = 1 };
+
+/* Direction and form of an SLI-4 configuration command whose data lie in several buffers. */
+enum mailbox_type { MAILBOX_WRITE = 1, MAILBOX_READ = 2 };
+enum mailbox_format { MAILBOX_NONEMBEDDED = 1, MAILBOX_EMBEDDED_HBD = 2 };
+
+/*
+ * A mailbox is 64 big-endian words of 32 bits on every processor: its fields are not integers of the processor.
+ * Read and write words with hcx_mbox_word() and hcx_mbox_set_word(); status, command and owner have accessors of
+ * their own. mbxCommand and the owner bits are single bytes and may be used directly.
+ */
+
+/* MBX_SET_VARIABLE, from word 1 on. */
+typedef struct SET_VAR {
+  uint32_t uniq_code; /* which variable */
+  uint32_t value;
+  uint32_t word3;
+} SET_VAR;
+
+/* MBX_READ_EVENT_LOG. The log goes to the caller's address in words 4 and 5. */
+typedef struct RD_EVENT_LOG_VAR {
+  uint32_t word1; /* bit 29: no data wanted */
+  uint32_t word2;
+  uint32_t rcv_size;       /* bits 0-23: bytes, 1 to 3840 */
+  uint32_t rcv_address_lo; /* caller's buffer */
+  uint32_t rcv_address_hi; /* 0 in a 32-bit process */
+} RD_EVENT_LOG_VAR;
+
+/* MBX_RUN_BIU_DIAG64: sends one buffer through the adapter's bus interface and receives it in another. */
+typedef struct RUN_BIU_DIAG64_VAR {
+  uint32_t word1;
+  uint32_t xmit_size;       /* bits 0-23: bytes */
+  uint32_t xmit_address_lo; /* caller's buffer */
+  uint32_t xmit_address_hi; /* 0 in a 32-bit process */
+  uint32_t rcv_size;        /* bits 0-23: bytes; both sizes together at most 3840 */
+  uint32_t rcv_address_lo;
+  uint32_t rcv_address_hi;
+} RUN_BIU_DIAG64_VAR;
+
+/* MBX_LOAD_EXP_ROM. The words are between the caller and the firmware. */
+typedef struct LOAD_EXP_ROM_VAR {
+  uint32_t words[31];
+} LOAD_EXP_ROM_VAR;
+
+/* MBX_SLI_CONFIG: header of both forms, words 1 to 5. */
+typedef struct vosk_sli_config_hdr {
+  uint32_t word1; /* bit 0: embedded; bits 3-7: scatter entries of the other form */
+  uint32_t payload_length;
+  uint32_t tag_lo;
+  uint32_t tag_hi;
+  uint32_t reserved5;
+} vosk_sli_config_hdr;
+
+typedef struct SLI4_CFG_VAR {
+  vosk_sli_config_hdr hdr;
+  uint32_t words[26];
+} SLI4_CFG_VAR;
+
+/* A scatter entry. The library looks at the length only. */
+typedef struct vosk_sli_config_mse {
+  uint32_t pa_lo;
+  uint32_t pa_hi;
+  uint32_t buf_len; /* bits 0-23 */
+} vosk_sli_config_mse;
+
+/* Non-embedded form: the request stands at byte 256, in the first buffer. */
+typedef struct vosk_sli_config_emb0_subsys {
+  vosk_sli_config_hdr hdr;
+  vosk_sli_config_mse mse[19];
+  uint32_t padding;
+  uint32_t word64;
+} vosk_sli_config_emb0_subsys;
+
+typedef struct vosk_sli_config_hbd {
+  uint32_t buf_len; /* bits 0-23 */
+  uint32_t pa_lo;
+  uint32_t pa_hi;
+} vosk_sli_config_hbd;
+
+/* Embedded form with host buffers: reads and writes of objects in the adapter's flash. */
+typedef struct vosk_sli_config_emb1_subsys {
+  vosk_sli_config_hdr hdr;
+  uint32_t word6; /* bits 0-7: operation code, bits 8-15: subsystem */
+  uint32_t timeout;
+  uint32_t request_length;
+  uint32_t word9;
+  uint32_t word10;
+  uint32_t rd_offset;
+  uint32_t obj_name[26];
+  uint32_t hbd_count;
+  vosk_sli_config_hbd hbd[8];
+} vosk_sli_config_emb1_subsys;
+
+/* The block of an MBX_SLI_CONFIG command and the first word behind it. */
+typedef struct vosk_sli_config_mbox {
+  uint32_t word0;
+  union {
+    vosk_sli_config_hdr hdr;
+    vosk_sli_config_emb0_subsys sli_config_emb0_subsys;
+    vosk_sli_config_emb1_subsys sli_config_emb1_subsys;
+  } un;
+} vosk_sli_config_mbox;
+
+/* Words 1 to 31. */
+typedef union MAILVARIANTS {
+  uint32_t varWords[31];
+  SET_VAR varSetVar;
+  RD_EVENT_LOG_VAR varRdEventLog;
+  RUN_BIU_DIAG64_VAR varBIUdiag64;
+  LOAD_EXP_ROM_VAR varLdExpRom;
+  SLI4_CFG_VAR varSli4Cfg;
+} MAILVARIANTS;
+
+/* Words 32 to 63: pointers of the older interface; an SLI-4 command simply goes on here. */
+typedef union SLI_VAR {
+  uint32_t words[32];
+} SLI_VAR;
+
+/* The block; external data, where there are any, stand behind it in the caller's buffer. */
+typedef struct MAILBOX_t {
+  uint16_t mbxStatus; /* big-endian: use hcx_mbox_status() */
+  uint8_t mbxCommand; /* mbox_commands */
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  uint8_t mbxReserved : 6;
+  uint8_t mbxHc : 1;
+  uint8_t mbxOwner : 1; /* lowest bit; the library clears it */
+#else
+  uint8_t mbxOwner : 1; /* lowest bit; the library clears it */
+  uint8_t mbxHc : 1;
+  uint8_t mbxReserved : 6;
+#endif
+  MAILVARIANTS un;
+  SLI_VAR us;
+} MAILBOX_t;
+
+/* Word `index` of a mailbox, also of the data behind the block, as a number. */
+static inline uint32_t hcx_mbox_word(const void *mbox, unsigned index) {
+  const uint8_t *at = (const uint8_t *)mbox + 4u * index;
+  return (uint32_t)at[0] << 24 | (uint32_t)at[1] << 16 | (uint32_t)at[2] << 8 | at[3];
+}
+
+/* Stores a number in word `index`. */
+static inline void hcx_mbox_set_word(void *mbox, unsigned index, uint32_t value) {
+  uint8_t *at = (uint8_t *)mbox + 4u * index;
+  at[0] = (uint8_t)(value >> 24);
+  at[1] = (uint8_t)(value >> 16);
+  at[2] = (uint8_t)(value >> 8);
+  at[3] = (uint8_t)value;
+}
+
+/* Completion status: an mbox_status. */
+static inline uint16_t hcx_mbox_status(const void *mbox) {
+  const uint8_t *at = (const uint8_t *)mbox;
+  return (uint16_t)(at[0] << 8 | at[1]);
+}
+
+static inline void hcx_mbox_set_status(void *mbox, uint16_t status) {
+  uint8_t *at = (uint8_t *)mbox;
+  at[0] = (uint8_t)(status >> 8);
+  at[1] = (uint8_t)status;
+}
+
+/* Command code: an mbox_commands. */
+static inline uint8_t hcx_mbox_command(const void *mbox) { return ((const uint8_t *)mbox)[2]; }
+
+static inline void hcx_mbox_set_command(void *mbox, uint8_t command) { ((uint8_t *)mbox)[2] = command; }
+
+/* OWN_HOST or OWN_CHIP. */
+static inline unsigned hcx_mbox_owner(const void *mbox) { return ((const uint8_t *)mbox)[3] & 1u; }
+
+static inline void hcx_mbox_set_owner(void *mbox, unsigned owner) {
+  uint8_t *at = (uint8_t *)mbox;
+  at[3] = (uint8_t)((at[3] & ~1u) | (owner & 1u));
+}
+
 #ifdef __cplusplus
 }
 #endif

@@ -17,7 +17,9 @@
 namespace hcx::sysio {
 namespace {
 
-int result(int rc) { return rc < 0 ? -errno : rc; }
+int result(int rc) {
+  return rc < 0 ? -errno : rc;
+}
 
 class PosixMachine final : public Machine {
  public:
@@ -120,7 +122,16 @@ class PosixMachine final : public Machine {
 
   time_t now() override { return ::time(nullptr); }
 
-  void syslog_open(const char *ident, int options, int facility) override { ::openlog(ident, options, facility); }
+  void sleep_us(uint64_t microseconds) override {
+    timespec rest = {static_cast<time_t>(microseconds / 1000000),
+                     static_cast<long>(microseconds % 1000000 * 1000)};
+    while (::nanosleep(&rest, &rest) < 0 && errno == EINTR) {
+    }
+  }
+
+  void syslog_open(const char *ident, int options, int facility) override {
+    ::openlog(ident, options, facility);
+  }
   void syslog_close() override { ::closelog(); }
   void syslog(int priority, const char *text) override { ::syslog(priority, "%s", text); }
 };
@@ -135,7 +146,9 @@ Machine *current = nullptr;
 
 }  // namespace
 
-Machine &machine() { return current ? *current : posix_machine(); }
+Machine &machine() {
+  return current ? *current : posix_machine();
+}
 
 int list_sorted(const char *path, const char *prefix, std::vector<std::string> &names) {
   int rc = machine().list(path, prefix, names);
@@ -145,4 +158,6 @@ int list_sorted(const char *path, const char *prefix, std::vector<std::string> &
 
 }  // namespace hcx::sysio
 
-void LIBHCX_private_set_machine(hcx::sysio::Machine *machine) { hcx::sysio::current = machine; }
+void LIBHCX_private_set_machine(hcx::sysio::Machine *machine) {
+  hcx::sysio::current = machine;
+}

@@ -46,6 +46,8 @@ class Machine {
   virtual int ioctl(int fd, unsigned long request, void *arg) = 0;
 
   virtual time_t now() = 0;
+  // Waits at least so long; signals do not cut it short.
+  virtual void sleep_us(uint64_t microseconds) = 0;
 
   virtual void syslog_open(const char *ident, int options, int facility) = 0;
   virtual void syslog_close() = 0;

@@ -46,7 +46,151 @@ void libhcx_backtrace(void);
 
 /* ---- Driver interface ---- */
 
+/*
+ * Asks whether the driver's management interface answers. Nothing stays open.
+ * Returns 0; 1 when there is no answer. Sends BSG vendor command 6; waits up to a minute.
+ */
 uint32_t open_voskhcx(void);
+
+/*
+ * Revision of the driver's management interface.
+ * major, minor: out, untouched on failure. Returns 0; all ones (-1) no host or its node cannot be opened; -EIO no
+ * answer, null pointer. Sends BSG vendor command 6 to board 0, or to the first physical host when boards are not
+ * numbered yet; waits up to a minute.
+ */
+uint32_t GetMgmtRev(uint32_t *major, uint32_t *minor);
+
+/* ---- Mailbox ---- */
+/*
+ * Results: 0 success; 1 the library or the driver failed (the block's status is then 252, but for null pointers and
+ * an unknown SLI mode); 2 a status other than 0 stands in the block; 3 the command does not suit the adapter's SLI
+ * mode, or a size is over its limit (block untouched); 5 an external buffer of an SLI-4 configuration command is
+ * longer than 3840 bytes or leaves the caller's buffer.
+ * A mailbox is big-endian (hcx_mbox_word()). The owner bit is cleared on the way to the adapter.
+ * Commands that are sent: MBX_READ_NV, MBX_WRITE_NV, MBX_READ_STATUS, MBX_READ_REV, MBX_READ_LNK_STAT,
+ * MBX_DUMP_MEMORY, MBX_RESTART, MBX_UPDATE_CFG, MBX_DOWN_LOAD, MBX_DEL_LD_ENTRY, MBX_SET_VARIABLE, MBX_BEACON,
+ * MBX_WRITE_VPARMS, MBX_READ_EVENT_LOG_STATUS, MBX_READ_EVENT_LOG, MBX_LOAD_AREA, MBX_RUN_BIU_DIAG64,
+ * MBX_SLI_CONFIG, MBX_LOAD_EXP_ROM.
+ * Each exchange is BSG vendor command 7 to the host's node, under an exclusive flock(2) of the SCSI host's attribute
+ * "mbox", and waits up to one minute; MBX_WRITE_NV, MBX_UPDATE_CFG, MBX_DOWN_LOAD, MBX_DEL_LD_ENTRY, MBX_LOAD_AREA,
+ * MBX_LOAD_EXP_ROM and the exchanges of an extended command up to 330 seconds. Waiting for the lock has no limit.
+ * May be called from any thread; commands of one port take turns, also between processes.
+ */
+
+/*
+ * Issues a command once.
+ * mb: 256 bytes, and what external data need behind them. incnt: words of mb that go along, at most 512. outcnt:
+ * bytes that come back, at most 2048. With MBX_UPDATE_CFG and bit 5 of word 1 the data stand at byte 256 on SLI-4,
+ * at the byte offset in word 5 on SLI-3, their length in word 4. Data of MBX_READ_EVENT_LOG and MBX_RUN_BIU_DIAG64
+ * go to and from the addresses in the block.
+ */
+uint32_t IssueMboxGeneric(uint32_t board, MAILBOX_t *mb, uint32_t incnt, uint32_t outcnt);
+
+/* The same for adapters below SLI-4 only; else 3. */
+uint32_t IssueMbox(uint32_t board, MAILBOX_t *mb, uint32_t incnt, uint32_t outcnt);
+
+/*
+ * As IssueMbox(), and again while the status is 253 (busy): up to retrycnt more times.
+ * mb: holds incnt words, at most 64 of which go along; outcnt bytes come back. retrydelay: milliseconds between
+ * attempts, rounded up to whole seconds. The block is written back whatever the result.
+ */
+uint32_t HCX_IssueMboxWithRetry(uint32_t board, MAILBOX_t *mb, uint32_t incnt, uint32_t outcnt, uint32_t retrycnt,
+                                uint32_t retrydelay);
+
+/*
+ * The same with external data in a buffer of their own.
+ * mb: words 0 to 31 go along and come back, no more. pMbExt: in inExtWLen words (at most 512), or as many bytes as
+ * word 4 says for MBX_UPDATE_CFG with bit 5 of word 1, or word 2 for MBX_SLI_CONFIG, at most 2048 each; out
+ * outExtWLen words (at most 512); may be null when none of these apply. mbOffset: word of the block after which the
+ * data belong. retrydelay: milliseconds, rounded up to whole seconds above 1000.
+ */
+uint32_t HCX_IssueMboxWithRetryEx(uint32_t board, MAILBOX_t *mb, void *pMbExt, uint8_t mbOffset, uint32_t inExtWLen,
+                                  uint32_t outExtWLen, uint32_t retrycnt, uint32_t retrydelay);
+
+/*
+ * Issues a command on an SLI-4 adapter, again while the status is 253 (busy).
+ * pMb: wLen words, in and out: the block and the external data behind it. retryWait: milliseconds, rounded up to
+ * whole seconds. MBX_SLI_CONFIG commands with external buffers take the way of IssueExtendedSLIConfig(), all others
+ * that of IssueMboxGeneric() with its limits. Non-embedded configuration commands are sent for subsystem 0x0c with
+ * operation 8 or 9, for subsystem 1 with 0x20 or 0x79, and for all other subsystems; else 1.
+ */
+uint32_t HCX_IssueMboxWithRetryV2(uint32_t board, MAILBOX_t *pMb, uint32_t wLen, uint32_t retryCnt,
+                                  uint32_t retryWait);
+
+/*
+ * Issues an MBX_SLI_CONFIG command with external buffers once, one exchange for each buffer.
+ * mb: wLen words: the block, then the buffers back to back. mode: a mailbox_type. cmd: a mailbox_format. At most 19
+ * buffers (8 embedded) of at most 3840 bytes. No buffer at all: 0, nothing is sent.
+ */
+uint32_t IssueExtendedSLIConfig(uint32_t board, MAILBOX_t *mb, uint32_t mode, uint32_t cmd, uint32_t wLen);
+
+/*
+ * Reads the adapter's revision numbers (MBX_READ_REV).
+ * mb: 256 bytes, out. Returns 3 also when there is no such board or its PCI device is unknown. Five retries.
+ */
+uint32_t readrev(uint32_t board, MAILBOX_t *mb);
+
+/*
+ * Sets an adapter variable in place of a bridge chip command.
+ * cmd_buf: two little-endian words, command 0x80000001 or 0x80000002 and the value; any other command: 0, nothing
+ * is sent. p: not looked at. Returns 1 when the mailbox command was refused or failed in the firmware, else 0.
+ */
+uint32_t TibraMBXvar(uint32_t board, void *cmd_buf, void *p);
+
+/* ---- CT, ELS, RNID ---- */
+/*
+ * Each call rescans the board, so the thread may hold no host lock, and waits for the answer up to a minute.
+ */
+
+/*
+ * Sends a CT request (FC-GS) to the well-known address of its GS type, byte 4: 0xfa, 0xfb, 0xfc or 0xfd; any other
+ * goes to the directory server.
+ * RspBufferSize: in room, out bytes received. Returns 0; 1 failure, request shorter than 5 bytes, null pointer.
+ */
+uint32_t SendCTPassThru(uint32_t board, void *pReqBuffer, uint32_t ReqBufferSize, void *pRspBuffer,
+                        uint32_t *RspBufferSize);
+
+/*
+ * Sends a CT request (FC-GS) to a well-known address.
+ * portid: 0xffff00 to 0xffffff; else -EINTR. Returns the bytes received; 0 or below as send_bsg_ct_to_did(). A
+ * positive host status in the reply is passed through and cannot be told from a length.
+ */
+int GetCTInfo(uint32_t board, uint32_t portid, uint8_t *inbuf, uint32_t incnt, uint8_t *outbuf, uint32_t outcnt);
+
+/*
+ * Sends a CT request to the remote port with a port name.
+ * outcnt: in room; out the bytes received, or a negative number (to be read as int) on failure. tmo: milliseconds, 0
+ * for a minute. Always 0 (without outcnt nothing is sent).
+ */
+uint32_t SendMgmtCommand(uint32_t board, HBA_WWN *PortWWN, uint8_t *inbuf, uint32_t incnt, uint8_t *outbuf,
+                         uint32_t *outcnt, uint32_t tmo);
+
+/*
+ * Answers a CT request that came in.
+ * tag: of the request. Returns 0; 255 the response is too long, 250 time-out, 253 refused, 252 any other failure.
+ * Sends BSG vendor command 3.
+ */
+uint32_t SendMgmtResponse(uint32_t board, uint8_t *outbuf, uint32_t outcnt, uint32_t tag);
+
+/* Sends an ELS request (FC-LS). Arguments and result as send_bsg_els(). */
+uint32_t HCX_SendELSCmd(uint32_t board, DestID *destID, uint8_t *reqbuf, uint32_t reqsize, uint8_t *rspbuf,
+                        uint32_t *rspsize);
+
+/*
+ * Asks a remote port for its node identification (FC-LS RNID, general topology data).
+ * wwntype: 0 node name, 1 port name; else 1. pRspBuffer: the ELS answer, or the 8-byte reject record as in
+ * send_bsg_els(). RspBufferSize: in room, out bytes received. Returns 0; 1 failure or reject.
+ */
+uint32_t SendRNID(uint32_t board, HBA_WWN *wwn, HBA_WWNTYPE wwntype, void *pRspBuffer, HBA_UINT32 *RspBufferSize);
+
+/*
+ * What the adapter port tells about itself.
+ * pInfo: the IP fields and `reserved` are not written. Returns 0; 1 no such board, null pointer. Reads the inventory.
+ */
+uint32_t GetRNIDMgmtInfo(uint32_t board, HBA_MGMTINFO *pInfo);
+
+/* Accepted and not used. Always 0. */
+uint32_t SetRNIDMgmtInfo(uint32_t board, HBA_MGMTINFO *pInfo);
 
 /* ---- Driver and adapter information ---- */
 
