@@ -77,14 +77,72 @@ extern MMM_NETLINK MMM_Netlink;
 extern MMM_BSG_IOCTL MMM_BSG_ioctl;
 extern MMM_BSG_DEV MMM_BSG_dev;
 
-int get_vosk_management_version(void);
-int find_sys_class_mmm(const char *dir_name, const char *file_name);
-int find_sys_device_mmm(const char *dir_name, const char *file_name);
-int find_netlink_mmm(int code, int eventCode);
-int find_bsg_ioctl_mmm(int command, int code);
-int find_bsg_device_mmm(const char *dir_name, const char *file_name);
-void hcx_show_mmm(int display);
+/*
+ * ---- Settlement ----
+ */
 
+/*
+ * Asks the driver for its management interface version, settles on the lower of its and the library's (2.0), and
+ * switches off the rows that do not have it. Rows are never switched on again.
+ * Returns 1; 0 when the driver could not be asked (no physical vosk port, no node, a refused request): the templates
+ * are as before.
+ * Reads "vosk_log_verbose" and "npiv_info" of the hosts in alphabetical order and sends BSG vendor command 6 to the
+ * node of the first physical port. Blocks until the driver answers, at most 60 s. For start-up only.
+ */
+int get_vosk_management_version(void);
+
+/*
+ * ---- Finders ----
+ *
+ * Each answers the `supported` of the first row that matches: 1, or 0 when the driver does not offer it. Nothing
+ * found and bad arguments (null, too short) give 0 as well; the log tells them apart. No I/O; none blocks.
+ */
+
+/*
+ * Whether an attribute of a sysfs class may be used.
+ *   dir_name   directory of the object with its trailing "/": "/sys/class/scsi_host/host3/"; that of a host's
+ *              statistics counts as the host's own; anything under "/sys/device" is asked of find_sys_device_mmm()
+ *   file_name  name of the attribute, or the beginning of one
+ */
+int find_sys_class_mmm(const char *dir_name, const char *file_name);
+
+/*
+ * Whether an attribute of a PCI device may be used.
+ *   dir_name   any directory under "/sys/devices"
+ *   file_name  name of the attribute, or the beginning of one
+ */
+int find_sys_device_mmm(const char *dir_name, const char *file_name);
+
+/*
+ * Whether an event is wanted.
+ *   code       a vosk_host_event_code
+ *   eventCode  category of a vendor unique event; of no account otherwise
+ */
+int find_netlink_mmm(int code, int eventCode);
+
+/*
+ * Whether a BSG request may be sent.
+ *   command  vendor command of a host vendor request; of no account otherwise
+ *   code     FC BSG message code
+ */
+int find_bsg_ioctl_mmm(int command, int code);
+
+/*
+ * Whether a BSG node may be opened.
+ *   dir_name   "/dev/bsg", or a beginning of it
+ *   file_name  name of the node: "fc_host3", "rport-2:0-1"
+ */
+int find_bsg_device_mmm(const char *dir_name, const char *file_name);
+
+/*
+ * ---- Dump ----
+ */
+
+/*
+ * Prints the five templates, one line a row.
+ *   display  not 0: to standard output; 0: to the log, under LOG_MMM
+ */
+void hcx_show_mmm(int display);
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

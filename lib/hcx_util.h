@@ -166,42 +166,222 @@ int hcx_get_function_type(hcx_host *host);
 int hcx_get_board_sli_mode(uint32_t board);
 int hcx_get_board_sli4_if_type(uint32_t board);
 int hcx_get_board_protocol_mode(uint32_t board);
+/*
+ * ---- Sysfs attributes ----
+ *
+ * `dir` is a directory with its trailing "/", `file` the name of an attribute in it; joined they are cut at 255
+ * characters. Unless said otherwise a routine asks find_sys_class_mmm(dir, file) first and takes an attribute that the
+ * running driver does not offer for a missing one, without touching it. A failure is logged under LOG_ERROR, the path
+ * of each access under LOG_DEVICE_NAME. Descriptors are closed before a routine returns, but for the lock routines.
+ * All may be called from any thread; none blocks beyond the driver's own answer, but for the lock routines.
+ */
+
+/*
+ * Reads the first line of a text attribute.
+ *   ret_val   out: the line without its newline, terminated; empty when there is none
+ *   buff_len  bytes at ret_val; at most buff_len-2 characters of the line are taken
+ * Returns ret_val; null when the attribute is missing or cannot be read, or when ret_val is null or buff_len is 0.
+ */
 char *hcx_sysfs_read_str(const char *dir, const char *file, char *ret_val, size_t buff_len);
+
+/*
+ * Reads a decimal number, "%d", cut to 32 bits.
+ * Returns the number; 0 when the attribute is missing, cannot be read or holds no number.
+ */
 int hcx_sysfs_read_int(const char *dir, const char *file);
+
+/*
+ * Reads an unsigned decimal number, "%u", cut to 32 bits; a sign is taken, so that "-1" is all ones.
+ * Returns the number; 0 when the attribute is missing, cannot be read or holds no number.
+ */
 unsigned int hcx_sysfs_read_uint(const char *dir, const char *file);
+
+/*
+ * Reads a hexadecimal number, "0x%x", cut to 32 bits.
+ * Returns the number; 0 when the attribute is missing, cannot be read or does not begin with "0x" and a number.
+ */
 uint32_t hcx_sysfs_read_hexuint32(const char *dir, const char *file);
+
+/*
+ * Reads a hexadecimal number of 64 bits, "0x%llx", such as a WWN.
+ * Returns the number; 0 when the attribute is missing, cannot be read or does not begin with "0x" and a number.
+ */
 uint64_t hcx_sysfs_read_hexuint64(const char *dir, const char *file);
+
+/*
+ * Writes a text to an attribute, in one piece and as it stands. An attribute that does not exist is not created.
+ *   out_str  text, terminated; the empty text writes nothing
+ * Returns 0; 2 when the attribute is missing or cannot be opened; else the errno of the write (EINVAL for a null
+ * out_str).
+ */
 int hcx_sysfs_write_str(const char *dir, const char *file, const char *out_str);
+
+/*
+ * Tells whether an attribute can be opened for reading.
+ * Returns 1 or 0.
+ */
 int hcx_sysfs_test_file(const char *dir, const char *file);
+
+/*
+ * Tells whether a directory can be opened; the templates are not asked.
+ * Returns 1 or 0.
+ */
 int hcx_sysfs_test_dir(const char *dir_name);
+
+/*
+ * Reads one transport statistic of a host.
+ *   host       locked for reading by the caller, or not shared
+ *   stat_name  attribute in "/sys/class/fc_host/hostN/statistics/", "0x%llx"
+ * Returns the counter; 0 when it is missing or the host is null.
+ */
 uint64_t hcx_host_stat_read(hcx_host *host, const char *stat_name);
+
+/*
+ * Cuts a text at its last newline.
+ *   str_buff  in and out, terminated
+ * Returns str_buff; null stays null.
+ */
 char *hcx_str_chop_cr(char *str_buff);
+
+/*
+ * ---- Binary attributes ----
+ *
+ * Offsets and lengths are in bytes. Results are byte counts, which may be less than asked for, and 0 for every
+ * failure.
+ */
+
+/*
+ * Reads a part of a binary attribute: opens it, seeks, reads once, closes.
+ *   buff    out: buff_len bytes
+ *   offset  where to read
+ * Returns the bytes read; 0 when the attribute is missing, cannot be opened or read, or has no such offset.
+ */
 size_t hcx_sysfs_read_binfile(const char *dir, const char *file, void *buff, off_t offset, size_t buff_len);
+
+/*
+ * Writes a part of a binary attribute: opens it, seeks, writes once, closes.
+ * Returns the bytes written; 0 when the attribute is missing, cannot be opened or written, or has no such offset.
+ */
 size_t hcx_sysfs_write_binfile(const char *dir, const char *file, const void *buff, off_t offset, size_t buff_len);
+
+/*
+ * Opens a command attribute for reading and writing and takes its exclusive lock, flock(2), for one command.
+ * Returns the descriptor, to be given to hcx_sysfs_unlock_binfile(); -1 when the attribute is missing, cannot be
+ * opened or cannot be locked.
+ * Blocks, without limit, while another descriptor, in this process or another, holds the lock.
+ */
 int hcx_sysfs_lock_binfile(const char *dir, const char *file);
+
+/*
+ * Releases the lock and closes the descriptor.
+ *   file_desc  from hcx_sysfs_lock_binfile(); no longer valid afterwards
+ * Returns 0; -1 when the lock could not be released or file_desc is negative. The descriptor is closed in any case.
+ */
 int hcx_sysfs_unlock_binfile(int file_desc);
+
+/*
+ * Reads once through a locked descriptor, at `offset`, or where the descriptor stands when `offset` is 0.
+ * Returns the bytes read; 0 for a failure.
+ */
 size_t hcx_sysfs_read_locked_fd(int fd, void *buff, off_t offset, size_t buff_len);
+
+/*
+ * Writes once through a locked descriptor, at `offset`, or where the descriptor stands when `offset` is 0.
+ * Returns the bytes written; 0 for a failure.
+ */
 size_t hcx_sysfs_write_locked_fd(int fd, const void *buff, off_t offset, size_t buff_len);
+
+/*
+ * ---- Binary attributes of a host ----
+ *
+ * In "/sys/class/scsi_host/hostN/" unless said otherwise. `host` is locked for reading by the caller, or not shared.
+ * A null host is a missing attribute. "tibra", "slimem" and "stats" are used whenever the driver has them.
+ */
+
+/* Takes the lock of "mbox" for one mailbox command. As hcx_sysfs_lock_binfile(). */
 int hcx_host_mbox_lock(hcx_host *host);
+/* Writes to the locked "mbox" at `offset`, from its beginning for 0. Returns the bytes written; 0 for a failure. */
 size_t hcx_host_mbox_write(int fd, const void *buff, off_t offset, size_t count);
+/* Reads from the locked "mbox" at `offset`, from its beginning for 0. Returns the bytes read; 0 for a failure. */
 size_t hcx_host_mbox_read(int fd, void *buff, off_t offset, size_t count);
+/* Ends a mailbox command. As hcx_sysfs_unlock_binfile(). */
 int hcx_host_mbox_unlock(int fd);
+/* Takes the lock of "tibra" for one bridge command. As hcx_sysfs_lock_binfile(). */
 int hcx_host_tibra_lock(hcx_host *host);
+/* Writes to the locked "tibra" at `offset`, from its beginning for 0. Returns the bytes written; 0 for a failure. */
 size_t hcx_host_tibra_write(int fd, const void *buff, off_t offset, size_t count);
+/* Reads from the locked "tibra" at `offset`, from its beginning for 0. Returns the bytes read; 0 for a failure. */
 size_t hcx_host_tibra_read(int fd, void *buff, off_t offset, size_t count);
+/* Ends a bridge command. As hcx_sysfs_unlock_binfile(). */
 int hcx_host_tibra_unlock(int fd);
+/* Reads the control registers, "ctlreg". As hcx_sysfs_read_binfile(); not locked. */
 size_t hcx_host_ctlreg_read(hcx_host *host, void *buff, off_t offset, size_t count);
+/* Writes the control registers, "ctlreg". As hcx_sysfs_write_binfile(); not locked. */
 size_t hcx_host_ctlreg_write(hcx_host *host, const void *buff, off_t offset, size_t count);
+/* Reads the adapter's shared memory, "slimem". As hcx_sysfs_read_binfile(); not locked. */
 size_t hcx_host_slimem_read(hcx_host *host, void *buff, off_t offset, size_t count);
+/* Writes the adapter's shared memory, "slimem". As hcx_sysfs_write_binfile(); not locked. */
 size_t hcx_host_slimem_write(hcx_host *host, const void *buff, off_t offset, size_t count);
+/* Reads the statistics block, "stats". As hcx_sysfs_read_binfile(). */
 size_t hcx_host_stats_read(hcx_host *host, void *buff, off_t offset, size_t count);
+/* Reads "config" in the host's PCI directory. As hcx_sysfs_read_binfile(); 0 when the host has no PCI directory. */
 size_t hcx_host_pcireg_read(hcx_host *host, void *buff, off_t offset, size_t count);
+
+/* ---- Driver parameters ---- */
+
+/*
+ * Reads a driver parameter: an attribute of the host that holds "0x%x" or "%d". The templates are not asked.
+ *   host         locked for reading by the caller, or not shared
+ *   param_name   the whole name of the attribute, "vosk_topology"
+ *   param_value  out: the value, cut to 32 bits; unchanged on failure
+ * Returns 1; 0 when the parameter is missing or holds no number, or an argument is null. "vosk_enable_auth" always
+ * gives 1, is not read, and leaves param_value as it was.
+ */
 int hcx_host_param_read(hcx_host *host, const char *param_name, uint32_t *param_value);
+
+/*
+ * Writes a driver parameter in the number style that it reads in, with a newline.
+ *   val      the new value
+ *   old_val  out: the value before; set before the new one is written
+ *   prefix   text in front of the number, null for none
+ * Returns 0; 1 when the parameter cannot be read or written, an argument but prefix is null, or prefix is longer than
+ * 240 characters. "vosk_enable_auth" always gives 0 and is not written.
+ */
 int hcx_host_param_write(hcx_host *host, const char *param_name, uint32_t val, uint32_t *old_val, const char *prefix);
+
+/* ---- Words and numbers ---- */
+
+/*
+ * The number of a word.
+ *   str    a word; leading blanks are skipped
+ *   descr  table; the first row whose name the word begins with counts
+ * Returns the row's value; the end row's when no row fits; 0 for an empty or null table.
+ */
 uint32_t str2enum(const char *str, const named_const *descr);
+
+/*
+ * The word of a number.
+ *   str      out: the name of the first row with that value, terminated; unchanged when there is none
+ *   str_len  bytes at str
+ * Returns the length of the name; str_len-1 when it was cut; 0 when no row has the value or str_len is 0.
+ */
 int enum2str(char *str, size_t str_len, uint32_t val, const named_const *descr);
+
+/*
+ * The bits of a list of words.
+ *   str  words separated by `sep`; blanks before a word are skipped
+ * Returns the values of all rows whose name begins one of the words, or-ed; 0 for a null or empty text.
+ */
 uint32_t str2bitfield(const char *str, char sep, const named_const *descr);
+
+/*
+ * The words of some bits, in table order, joined by `sep` and a blank.
+ *   str      out: the words, terminated
+ *   str_len  bytes at str
+ * Returns the length of the text; str_len-1 when it was cut; 0 when no row shares a bit with val or str_len is 0.
+ */
 int bitfield2str(char *str, size_t str_len, uint32_t val, char sep, const named_const *descr);
+
 void hcx_sysfs_scan_lport(hcx_port *port);
 void hcx_sysfs_scan_rports(hcx_host *host);
 void hcx_sysfs_scan_rport(hcx_port *port);
