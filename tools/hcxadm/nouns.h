@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The nouns of the command line, in the order of the help text and the man page. A new noun is one line here
+// and one file noun_NAME.cpp that defines add_NAME(); its words belong into docs/hcxadm.1 and its JSON into
+// docs/hcxadm.schema.json.
+#pragma once
+
+#include "hcxadm.h"
+
+#define HCXADM_NOUNS(NOUN) \
+  NOUN(list)               \
+  NOUN(show)               \
+  NOUN(port)               \
+  NOUN(lun)                \
+  NOUN(caps)               \
+  NOUN(log)                \
+  NOUN(version)
+
+namespace hcxadm {
+
+#define HCXADM_DECLARE_NOUN(name) void add_##name(CLI::App &root, Context &ctx);
+HCXADM_NOUNS(HCXADM_DECLARE_NOUN)
+#undef HCXADM_DECLARE_NOUN
+
+}  // namespace hcxadm
