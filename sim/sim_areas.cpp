@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The list of areas that every simulated machine has.
+#include "sim_areas.h"
+
+namespace sim {
+
+void install_areas(Machine &machine) {
+  install_management_revision(machine);
+  install_parameters(machine);
+}
+
+}  // namespace sim

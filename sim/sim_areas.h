@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The areas of behaviour that a machine is made of, each in a file of its own. An area registers what it
+// answers (vendor commands, attribute handlers through on_host, SG_IO) in its install function; a new one
+// adds a line here and in install_areas().
+#pragma once
+
+namespace sim {
+
+class Machine;
+
+void install_areas(Machine &machine);
+
+void install_management_revision(Machine &machine);
+void install_parameters(Machine &machine);
+
+}  // namespace sim

@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The simulated machine: what hcx::sysio asks of a kernel, answered from a model of a server with FC and FCoE
+// adapters of the vosk driver. A test makes one, adds hosts, remote ports and LUNs (or default_san()), puts
+// it behind the library with Installed, and looks afterwards at what the library did. hcxsim uses the same
+// class on top of a state folder that several processes share.
+//
+// It is a model of the outside and shares no parser, record or codec with the library. All members may be
+// called from any thread; one recursive mutex guards the whole machine, and only a wait for a file lock lets
+// go of it. The references that add_host(), add_rport() and add_lun() return stay good until that object is
+// removed.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hcx_sysio.h"
+#include "sim_bsg.h"
+#include "sim_host.h"
+#include "sim_vfs.h"
+
+namespace sim {
+
+enum class Verb {
+  any,
+  open,
+  close,
+  read,
+  write,
+  seek,
+  lock,
+  stat,
+  fstat,
+  list,
+  read_link,
+  unlink,
+  ioctl,
+  count_
+};
+
+// A call to be answered with an error, or cut short. The nth matching call is hit, counted from when the
+// fault is set; with `persistent` every later one too. A close that fails has closed all the same.
+struct Fault {
+  Verb verb = Verb::any;
+  std::string path = {};  // part of the path as the caller gave it to open; empty = any
+  int nth = 1;
+  bool persistent = false;
+  int error = EIO;
+  std::optional<size_t> short_count = {};  // read, write: move at most so many bytes instead of failing
+};
+
+struct Write {
+  std::string path;  // as opened
+  std::string text;
+};
+
+struct Delay {
+  uint64_t milliseconds;
+};
+
+// One request to a BSG or SCSI generic node, as the driver saw it.
+struct Request {
+  std::string path = {};
+  uint32_t msgcode = 0;     // 0 for SG_IO on a LUN
+  uint32_t command = 0;     // vendor command, ELS code or SCSI operation code
+  uint32_t timeout = 0;     // milliseconds
+  std::string header = {};  // the whole request block (BSG) or CDB (SG)
+  std::string data_out = {};
+  uint32_t data_in_size = 0;
+};
+
+struct OpenFile {
+  int fd = -1;
+  std::string path;
+  std::shared_ptr<Node> node;
+  int flags = 0;
+  off_t position = 0;
+  std::string snapshot;  // text as of the last read from position 0
+  int lock_fd = -1;      // descriptor of the lock file when a state folder is in use
+  int real_fd = -1;      // plain files of a state folder
+};
+
+class Machine : public hcx::sysio::Machine {
+ public:
+  Machine();
+  ~Machine() override;
+
+  // --- what stands in the machine ---
+  // Sysfs layout: 2 as kernels from 2.6.12 on, 1 without fc_remote_ports, 0 without fc_host too. Before any
+  // host.
+  void generation(int value);
+  [[nodiscard]] int generation() const { return generation_; }
+  // The management interface version that the driver reports.
+  void driver_version(uint32_t major, uint32_t minor);
+  [[nodiscard]] uint32_t driver_major() const { return driver_major_; }
+  [[nodiscard]] uint32_t driver_minor() const { return driver_minor_; }
+  Host &add_host(HostSpec spec = {});
+  void remove_host(int number);
+  Host *host(int number);  // null when there is none
+  std::vector<Host *> hosts();
+  Vfs &vfs() { return vfs_; }
+  Bsg &bsg() { return bsg_; }
+  // Called for every host that is there and every one that comes, virtual ones included: an area's way to add
+  // its attributes and their handlers.
+  void on_host(std::function<void(Host &)> hook);
+  // SG_IO on the generic node of a LUN (arg is a struct sg_io_hdr); the result is that of the ioctl.
+  void on_sg(std::function<int(Lun &, void *arg)> handler) { sg_handler_ = std::move(handler); }
+  // Device numbers and names in the order of arrival, as the kernel hands them out.
+  int next_sg() { return sg_count_++; }
+  int next_disk() { return disk_count_++; }
+  int next_tape() { return tape_count_++; }
+  int next_bsg_minor() { return bsg_count_++; }
+  int next_host_number() { return host_count_++; }
+  // Whether the caller is the superuser; not being it, only what all may read can be read.
+  bool superuser = true;
+
+  // --- faults ---
+  void fail(Fault fault);
+  // The nth call of any verb from now on.
+  void fail_nth(int n, bool persistent = false, int error = EIO);
+  void clear_faults();
+  // Whether a fault set since the last clear has hit.
+  [[nodiscard]] bool fault_hit() const { return fault_hit_; }
+
+  // --- records ---
+  [[nodiscard]] uint64_t calls(Verb verb) const { return calls_[static_cast<size_t>(verb)]; }
+  [[nodiscard]] uint64_t total_calls() const { return calls_[0]; }
+  [[nodiscard]] size_t open_fds();
+  [[nodiscard]] size_t held_locks();
+  std::vector<std::string> syslog_lines();
+  // Whether a line holds the text.
+  bool logged(std::string_view text);
+  std::string syslog_ident();
+  std::vector<Write> writes();
+  std::vector<Request> requests();
+  std::vector<Delay> delays();
+  void record(Request request);
+  void clear_records();
+
+  // What now() answers; 0 = the real time.
+  std::atomic<time_t> clock{1700000000};
+
+  // --- state that outlives the process (in memory only unless a folder is set) ---
+  // Uses a folder shared with other processes: written attributes and host state are loaded from it now and
+  // whenever another process changed them, plain files live under DIR/root, locks are real ones. Call it when
+  // all is added.
+  void use_state(const std::string &folder);
+  // State of no host in particular.
+  nlohmann::json &state();
+  // Says that state() or a host's state() changed; written out at the end of the verb or by save().
+  void touch() { dirty_ = true; }
+  void save();
+  // Called after another process's changes were loaded.
+  void on_reload(std::function<void()> hook) { reload_hooks_.push_back(std::move(hook)); }
+  // Sets an attribute's text as a write by the driver itself would, and keeps it in the state.
+  void set_text(const std::string &path, const std::string &text);
+
+  std::recursive_mutex &mutex() { return mutex_; }
+
+  // --- hcx::sysio::Machine ---
+  int open(const char *path, int flags, mode_t mode) override;
+  int close(int fd) override;
+  ssize_t read(int fd, void *buf, size_t count) override;
+  ssize_t write(int fd, const void *buf, size_t count) override;
+  off_t seek(int fd, off_t offset) override;
+  int lock(int fd, int operation) override;
+  int64_t stat(const char *path, mode_t *mode) override;
+  int fstat(int fd, mode_t *mode) override;
+  int list(const char *path, const char *prefix, std::vector<std::string> &names) override;
+  ssize_t read_link(const char *path, char *buf, size_t size) override;
+  int unlink(const char *path) override;
+  int ioctl(int fd, unsigned long request, void *arg) override;
+  time_t now() override;
+  void syslog_open(const char *ident, int options, int facility) override;
+  void syslog_close() override;
+  void syslog(int priority, const char *text) override;
+
+ private:
+  friend class Host;
+  friend class Rport;
+  friend class Lun;
+  class StateLock;
+
+  struct FileLock {
+    int exclusive = -1;
+    std::vector<int> shared;
+  };
+
+  // Counts the call and answers the fault that hits it: 0 or a negated errno; *limit is cut for short counts.
+  int enter(Verb verb, std::string_view path, size_t *limit = nullptr);
+  OpenFile *file(int fd);
+  int permitted(const Node &node, int flags) const;
+  int open_plain(const char *path, int flags, mode_t mode);
+  std::string plain_path(std::string_view path) const;
+  int lock_in_memory(std::unique_lock<std::recursive_mutex> &guard, OpenFile &file, int operation);
+  void release_locks(int fd, const Node *node);
+  ssize_t write_node(OpenFile &file, const void *buf, size_t count);
+  int sg_ioctl(Lun &lun, unsigned long request, void *arg);
+  void reload_if_changed();
+  void load_state();
+  void apply_texts();
+
+  std::recursive_mutex mutex_;
+  std::condition_variable_any lock_released_;
+  Vfs vfs_;
+  Bsg bsg_;
+  int generation_ = 2;
+  uint32_t driver_major_ = 2, driver_minor_ = 0;
+  std::vector<std::unique_ptr<Host>> hosts_;
+  std::vector<std::function<void(Host &)>> host_hooks_;
+  std::vector<std::function<void()>> reload_hooks_;
+  std::function<int(Lun &, void *)> sg_handler_;
+  int sg_count_ = 0, disk_count_ = 0, tape_count_ = 0, bsg_count_ = 0, host_count_ = 0;
+
+  std::vector<std::unique_ptr<OpenFile>> files_;
+  std::map<const Node *, FileLock> locks_;
+
+  struct ArmedFault {
+    Fault fault;
+    int seen = 0;
+  };
+  std::vector<ArmedFault> faults_;
+  bool fault_hit_ = false;
+  std::atomic<uint64_t> calls_[static_cast<size_t>(Verb::count_)] = {};
+
+  std::vector<std::string> syslog_;
+  std::string ident_;
+  std::vector<Write> writes_;
+  std::vector<Request> requests_;
+  std::vector<Delay> delays_;
+
+  std::string folder_;
+  std::unique_ptr<nlohmann::json> state_;
+  bool dirty_ = false;
+  int64_t state_stamp_[3] = {0, 0, 0};
+};
+
+// Two dual-port cards and a small SAN; docs/hcxsim.md lists it.
+void default_san(Machine &machine);
+
+// A SAN of any size: `hosts` boards with `targets` remote ports each and `luns` disks behind each.
+void scaled_san(Machine &machine, int hosts, int targets, int luns);
+
+// Puts a machine behind the library for as long as it lives.
+class Installed {
+ public:
+  explicit Installed(Machine &machine) { LIBHCX_private_set_machine(&machine); }
+  ~Installed() { LIBHCX_private_set_machine(nullptr); }
+  Installed(const Installed &) = delete;
+  Installed &operator=(const Installed &) = delete;
+};
+
+}  // namespace sim

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The simulated machine against hand-written rules of a real kernel's sysfs, its faults, and the state that
+// two machines on one folder share.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/bsg.h>
+#include <scsi/sg.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "sim_machine.h"
+
+namespace {
+
+std::string read_all(sim::Machine &m, const std::string &path) {
+  const int fd = m.open(path.c_str(), O_RDONLY, 0);
+  if (fd < 0) return "error " + std::to_string(-fd);
+  char buf[5000];
+  const ssize_t got = m.read(fd, buf, sizeof buf);
+  m.close(fd);
+  return got < 0 ? "error " + std::to_string(-got) : std::string(buf, static_cast<size_t>(got));
+}
+
+int write_all(sim::Machine &m, const std::string &path, const std::string &text) {
+  const int fd = m.open(path.c_str(), O_WRONLY, 0);
+  if (fd < 0) return fd;
+  const auto put = static_cast<int>(m.write(fd, text.data(), text.size()));
+  m.close(fd);
+  return put;
+}
+
+std::string link(sim::Machine &m, const std::string &path) {
+  char buf[256];
+  const ssize_t got = m.read_link(path.c_str(), buf, sizeof buf);
+  return got < 0 ? "error " + std::to_string(-got) : std::string(buf, static_cast<size_t>(got));
+}
+
+TEST(SimTree, LooksLikeAKernelsSysfs) {
+  sim::Machine m;
+  sim::default_san(m);
+  EXPECT_EQ(link(m, "/sys/class/scsi_host/host2"),
+            "../../devices/pci0000:00/0000:00:04.0/0000:04:00.0/host2/scsi_host/host2");
+  EXPECT_EQ(link(m, "/sys/class/scsi_host/host12"),
+            "../../devices/pci0000:00/0000:00:04.0/0000:04:00.0/host2/vport-2:0-0/host12/scsi_host/host12");
+  EXPECT_EQ(link(m, "/sys/class/scsi_host/host0"), "../../devices/platform/host0/scsi_host/host0");
+  EXPECT_EQ(link(m, "/sys/class/scsi_host/host2/device"), "../../../host2");
+  EXPECT_EQ(link(m, "/sys/class/scsi_device/2:0:0:0/device/generic"), "scsi_generic/sg0");
+  EXPECT_EQ(link(m, "/sys/class/scsi_device/2:0:0:0/device/block"), "error 22");  // a directory
+  EXPECT_EQ(link(m, "/sys/class/scsi_device/3:0:1:0/device/tape"), "scsi_tape/st0");
+  EXPECT_EQ(read_all(m, "/sys/class/fc_host/host2/port_name"), "0x10000090fa942b02\n");
+  EXPECT_EQ(read_all(m, "/sys/class/fc_remote_ports/rport-2:0-1/port_id"), "0xfffffc\n");
+  EXPECT_EQ(read_all(m, "/sys/class/fc_remote_ports/rport-2:0-1/scsi_target_id"), "-1\n");
+  EXPECT_EQ(read_all(m, "/sys/class/fc_host/host2/maxframe_size"), "2048 bytes\n");
+  mode_t mode = 0;
+  EXPECT_EQ(m.stat("/sys/class/scsi_host/host2/fwrev", &mode), 4096);
+  EXPECT_EQ(mode, static_cast<mode_t>(S_IFREG | 0444));
+  EXPECT_EQ(read_all(m, "/sys/class/scsi_host/host2/issue_reset"), "error 13");
+  EXPECT_EQ(write_all(m, "/sys/class/scsi_host/host2/fwrev", "x"), -EACCES);
+  EXPECT_EQ(m.open_fds(), 0u);
+}
+
+TEST(SimParameters, RefuseWhatTheDriverRefuses) {
+  sim::Machine m;
+  sim::default_san(m);
+  const std::string speed = "/sys/class/scsi_host/host2/vosk_link_speed";
+  EXPECT_EQ(write_all(m, speed, "nolip 0x8\n"), 10);
+  EXPECT_EQ(read_all(m, speed), "0x8\n");
+  EXPECT_EQ(write_all(m, speed, "17\n"), -EINVAL);
+  EXPECT_EQ(write_all(m, speed, "fast\n"), -EINVAL);
+  EXPECT_EQ(read_all(m, speed), "0x8\n");
+}
+
+TEST(SimFaults, HitTheNthCallOnceOrForGood) {
+  sim::Machine m;
+  sim::default_san(m);
+  const std::string path = "/sys/class/scsi_host/host2/fwrev";
+  m.fail({.verb = sim::Verb::open, .path = "fwrev", .nth = 2, .error = EACCES});
+  EXPECT_EQ(read_all(m, path).substr(0, 5), "10.4.");
+  EXPECT_EQ(read_all(m, path), "error 13");
+  EXPECT_EQ(read_all(m, path).substr(0, 5), "10.4.");
+  m.clear_faults();
+  m.fail({.verb = sim::Verb::read, .persistent = true, .short_count = 3});
+  EXPECT_EQ(read_all(m, path), "10.");
+  m.clear_faults();
+  m.fail_nth(2, true);  // the read, and the close after it
+  EXPECT_EQ(read_all(m, path), "error 5");
+  EXPECT_EQ(m.open_fds(), 0u);
+}
+
+TEST(SimLocks, BlockUntilTheHolderLetsGo) {
+  sim::Machine m;
+  sim::default_san(m);
+  const char *path = "/sys/class/scsi_host/host2/mbox";
+  const int first = m.open(path, O_RDWR, 0), second = m.open(path, O_RDWR, 0);
+  ASSERT_EQ(m.lock(first, LOCK_EX), 0);
+  EXPECT_EQ(m.lock(second, LOCK_EX | LOCK_NB), -EWOULDBLOCK);
+  std::atomic<bool> got{false};
+  std::thread waiter([&] {
+    m.lock(second, LOCK_EX);
+    got = true;
+  });
+  EXPECT_FALSE(got);
+  m.close(first);
+  waiter.join();
+  EXPECT_TRUE(got);
+  EXPECT_EQ(m.held_locks(), 1u);
+  m.close(second);
+  EXPECT_EQ(m.held_locks(), 0u);
+}
+
+TEST(SimBsg, AnswersTheManagementRevision) {
+  sim::Machine m;
+  m.driver_version(1, 5);
+  sim::Host &host = m.add_host({.number = 3});
+  uint32_t request[6] = {0x800000ff, 0, 0, 6, 0, 0};
+  const uint64_t vendor = 0x0100000000001d5a;
+  std::memcpy(&request[1], &vendor, sizeof vendor);
+  uint32_t reply[6] = {0, 24, 0, 0, 0, 0};
+  sg_io_v4 header = {};
+  header.guard = 'Q';
+  header.subprotocol = 2;
+  header.request_len = sizeof request;
+  header.request = reinterpret_cast<uintptr_t>(request);
+  header.max_response_len = 16;
+  header.response = reinterpret_cast<uintptr_t>(reply);
+  const int fd = m.open(host.bsg_path().c_str(), O_RDWR, 0);
+  ASSERT_EQ(m.ioctl(fd, SG_IO, &header), 0);
+  EXPECT_EQ(reply[0], 0u);
+  EXPECT_EQ(reply[2], 1u);
+  EXPECT_EQ(reply[3], 5u);
+  request[3] = 11;
+  ASSERT_EQ(m.ioctl(fd, SG_IO, &header), 0);
+  EXPECT_EQ(static_cast<int32_t>(reply[0]), -EINVAL);
+  header.guard = 0;
+  EXPECT_EQ(m.ioctl(fd, SG_IO, &header), -EINVAL);
+  m.close(fd);
+  ASSERT_EQ(m.requests().size(), 2u);
+  EXPECT_EQ(m.requests()[0].command, 6u);
+}
+
+TEST(SimState, IsSharedByTheMachinesOnAFolder) {
+  char folder[] = "/tmp/hcxsim-test-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  {
+    sim::Machine a, b;
+    sim::default_san(a);
+    sim::default_san(b);
+    a.use_state(folder);
+    b.use_state(folder);
+    EXPECT_EQ(write_all(a, "/sys/class/scsi_host/host2/vosk_nodev_tmo", "77\n"), 3);
+    EXPECT_EQ(read_all(b, "/sys/class/scsi_host/host2/vosk_nodev_tmo"), "77\n");
+    const int fd = a.open("/tmp/note", O_WRONLY | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(a.write(fd, "hello", 5), 5);
+    a.close(fd);
+    EXPECT_EQ(read_all(b, "/tmp/note"), "hello");
+    const char *mbox = "/sys/class/scsi_host/host2/mbox";
+    const int mine = a.open(mbox, O_RDWR, 0), theirs = b.open(mbox, O_RDWR, 0);
+    EXPECT_EQ(a.lock(mine, LOCK_EX), 0);
+    EXPECT_EQ(b.lock(theirs, LOCK_EX | LOCK_NB), -EWOULDBLOCK);
+    a.close(mine);
+    EXPECT_EQ(b.lock(theirs, LOCK_EX | LOCK_NB), 0);
+    b.close(theirs);
+  }
+  std::filesystem::remove_all(folder);
+}
+
+}  // namespace
