@@ -269,7 +269,7 @@ ssize_t Machine::write(int fd, const void *buf, size_t count) {
     return put < 0 ? -errno : put;
   }
   if (limit == 0) return 0;
-  writes_.push_back({opened->path, std::string(static_cast<const char *>(buf), limit)});
+  if (folder_.empty()) writes_.push_back({opened->path, std::string(static_cast<const char *>(buf), limit)});
   const StateLock state_lock(*this);
   return write_node(*opened, buf, limit);
 }
@@ -494,6 +494,17 @@ time_t Machine::now() {
   return set != 0 ? set : ::time(nullptr);
 }
 
+void Machine::sleep_us(uint64_t microseconds) {
+  {
+    const std::lock_guard guard(mutex_);
+    if (folder_.empty()) {
+      delays_.push_back(microseconds);
+      return;
+    }
+  }
+  ::usleep(static_cast<useconds_t>(std::min<uint64_t>(microseconds, 100000)));
+}
+
 void Machine::syslog_open(const char *ident, int, int) {
   const std::lock_guard guard(mutex_);
   ident_ = ident != nullptr ? ident : "";
@@ -539,7 +550,7 @@ std::vector<Request> Machine::requests() {
   return requests_;
 }
 
-std::vector<Delay> Machine::delays() {
+std::vector<uint64_t> Machine::delays() {
   const std::lock_guard guard(mutex_);
   return delays_;
 }

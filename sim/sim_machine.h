@@ -62,10 +62,6 @@ struct Write {
   std::string text;
 };
 
-struct Delay {
-  uint64_t milliseconds;
-};
-
 // One request to a BSG or SCSI generic node, as the driver saw it.
 struct Request {
   std::string path = {};
@@ -141,7 +137,7 @@ class Machine : public hcx::sysio::Machine {
   std::string syslog_ident();
   std::vector<Write> writes();
   std::vector<Request> requests();
-  std::vector<Delay> delays();
+  std::vector<uint64_t> delays();  // microseconds
   void record(Request request);
   void clear_records();
 
@@ -179,6 +175,8 @@ class Machine : public hcx::sysio::Machine {
   int unlink(const char *path) override;
   int ioctl(int fd, unsigned long request, void *arg) override;
   time_t now() override;
+  // Recorded; with a state folder also slept, for a tenth of a second at most.
+  void sleep_us(uint64_t microseconds) override;
   void syslog_open(const char *ident, int options, int facility) override;
   void syslog_close() override;
   void syslog(int priority, const char *text) override;
@@ -235,7 +233,7 @@ class Machine : public hcx::sysio::Machine {
   std::string ident_;
   std::vector<Write> writes_;
   std::vector<Request> requests_;
-  std::vector<Delay> delays_;
+  std::vector<uint64_t> delays_;
 
   std::string folder_;
   std::unique_ptr<nlohmann::json> state_;
