@@ -49,8 +49,7 @@ void fill_common(hcx_host *host, HCXDrvInfo *info) {
 
 void fill_hostname(HCXDrvInfo *info) {
   memset(info->hostname, 0, sizeof info->hostname);
-  // The last byte stays 0: a longer name is cut, and is not always terminated by the system.
-  sysio::machine().host_name(reinterpret_cast<char *>(info->hostname), sizeof info->hostname - 1);
+  sysio::machine().host_name(reinterpret_cast<char *>(info->hostname), sizeof info->hostname);
 }
 
 uint64_t features(hcx_host *host, int sli_mode) {

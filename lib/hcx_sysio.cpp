@@ -129,6 +129,14 @@ class PosixMachine final : public Machine {
     }
   }
 
+  int host_name(char *buf, size_t size) override {
+    if (size == 0) return -EINVAL;
+    const int rc = ::gethostname(buf, size);
+    buf[size - 1] = '\0';  // the C library need not terminate a name that it cut
+    // A name that was cut is good enough.
+    return rc < 0 && errno != ENAMETOOLONG ? -errno : 0;
+  }
+
   void syslog_open(const char *ident, int options, int facility) override {
     ::openlog(ident, options, facility);
   }

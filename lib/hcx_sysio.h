@@ -48,6 +48,8 @@ class Machine {
   virtual time_t now() = 0;
   // Waits at least so long; signals do not cut it short.
   virtual void sleep_us(uint64_t microseconds) = 0;
+  // The computer's name, cut to size - 1 characters and terminated.
+  virtual int host_name(char *buf, size_t size) = 0;
 
   virtual void syslog_open(const char *ident, int options, int facility) = 0;
   virtual void syslog_close() = 0;
