@@ -24,6 +24,17 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+/* The lock of a host. Strict ISO C hides pthread_rwlock_t: there the records keep their layout, but the lock cannot be
+ * used. Compile with -std=gnu11 or -D_POSIX_C_SOURCE=200809L to use it. */
+#ifdef PTHREAD_RWLOCK_INITIALIZER
+typedef pthread_rwlock_t hcx_rwlock;
+#else
+typedef union hcx_rwlock {
+  char bytes[__SIZEOF_PTHREAD_RWLOCK_T];
+  long align;
+} hcx_rwlock;
+#endif
+
 typedef struct hcx_host hcx_host;
 typedef struct hcx_port hcx_port;
 typedef struct hcx_lun hcx_lun;
@@ -71,7 +82,7 @@ struct hcx_port {
 struct hcx_host {
   hcx_host *next;
   hcx_port *port_list;
-  pthread_rwlock_t rwlock;
+  hcx_rwlock rwlock;
   uint32_t id;    /* kernel SCSI host number; the list is sorted by it */
   int vend_idx;
   int brd_idx;    /* board number, -1 until HCX_InitDiagEnv() gave one */
