@@ -7,6 +7,8 @@ namespace sim {
 void install_areas(Machine &machine) {
   install_management_revision(machine);
   install_parameters(machine);
+  install_scsi(machine);
+  install_statistics(machine);
 }
 
 }  // namespace sim

@@ -12,5 +12,7 @@ void install_areas(Machine &machine);
 
 void install_management_revision(Machine &machine);
 void install_parameters(Machine &machine);
+void install_scsi(Machine &machine);
+void install_statistics(Machine &machine);
 
 }  // namespace sim

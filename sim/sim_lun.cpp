@@ -74,8 +74,8 @@ void Lun::build() {
   } else {
     old_links();
   }
-  auto ioctl = [this](OpenFile &, unsigned long request, void *arg) {
-    return rport_.host().machine().sg_ioctl(*this, request, arg);
+  auto ioctl = [this](OpenFile &file, unsigned long request, void *arg) {
+    return rport_.host().machine().sg_ioctl(*this, file.path, request, arg);
   };
   if (sg_ >= 0) vfs.put_device("/dev/" + sg_name(), 0660, ioctl);
   if (!block_name().empty()) vfs.put_device("/dev/" + block_name(), 0660, ioctl);

@@ -409,10 +409,10 @@ int Machine::ioctl(int fd, unsigned long request, void *arg) {
   return node->handlers->ioctl(*opened, request, arg);
 }
 
-int Machine::sg_ioctl(Lun &lun, unsigned long request, void *arg) {
+int Machine::sg_ioctl(Lun &lun, const std::string &path, unsigned long request, void *arg) {
   if (request != SG_IO) return -ENOTTY;
   if (!sg_handler_) return -EIO;
-  return sg_handler_(lun, arg);
+  return sg_handler_(lun, path, arg);
 }
 
 int Machine::lock(int fd, int operation) {
@@ -487,6 +487,16 @@ size_t Machine::held_locks() {
   for (auto &[node, held] : locks_)
     count += held.shared.size() + (held.exclusive >= 0 ? 1 : 0);
   return count;
+}
+
+int Machine::host_name(char *buf, size_t size) {
+  const std::lock_guard guard(mutex_);
+  if (const int rc = enter(Verb::host_name, ""); rc != 0) return rc;
+  if (size == 0) return -EINVAL;
+  const size_t length = std::min(size - 1, computer.size());
+  std::memcpy(buf, computer.data(), length);
+  buf[length] = '\0';
+  return 0;
 }
 
 time_t Machine::now() {

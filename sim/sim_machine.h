@@ -43,6 +43,7 @@ enum class Verb {
   read_link,
   unlink,
   ioctl,
+  host_name,
   count_
 };
 
@@ -108,7 +109,7 @@ class Machine : public hcx::sysio::Machine {
   // its attributes and their handlers.
   void on_host(std::function<void(Host &)> hook);
   // SG_IO on the generic node of a LUN (arg is a struct sg_io_hdr); the result is that of the ioctl.
-  void on_sg(std::function<int(Lun &, void *arg)> handler) { sg_handler_ = std::move(handler); }
+  void on_sg(std::function<int(Lun &, const std::string &path, void *arg)> handler) { sg_handler_ = std::move(handler); }
   // Device numbers and names in the order of arrival, as the kernel hands them out.
   int next_sg() { return sg_count_++; }
   int next_disk() { return disk_count_++; }
@@ -140,6 +141,9 @@ class Machine : public hcx::sysio::Machine {
   std::vector<uint64_t> delays();  // microseconds
   void record(Request request);
   void clear_records();
+
+  // What host_name() answers.
+  std::string computer = "simhost";
 
   // What now() answers; 0 = the real time.
   std::atomic<time_t> clock{1700000000};
@@ -175,6 +179,7 @@ class Machine : public hcx::sysio::Machine {
   int unlink(const char *path) override;
   int ioctl(int fd, unsigned long request, void *arg) override;
   time_t now() override;
+  int host_name(char *buf, size_t size) override;
   // Recorded; with a state folder also slept, for a tenth of a second at most.
   void sleep_us(uint64_t microseconds) override;
   void syslog_open(const char *ident, int options, int facility) override;
@@ -201,7 +206,7 @@ class Machine : public hcx::sysio::Machine {
   int lock_in_memory(std::unique_lock<std::recursive_mutex> &guard, OpenFile &file, int operation);
   void release_locks(int fd, const Node *node);
   ssize_t write_node(OpenFile &file, const void *buf, size_t count);
-  int sg_ioctl(Lun &lun, unsigned long request, void *arg);
+  int sg_ioctl(Lun &lun, const std::string &path, unsigned long request, void *arg);
   void reload_if_changed();
   void load_state();
   void apply_texts();
@@ -215,7 +220,7 @@ class Machine : public hcx::sysio::Machine {
   std::vector<std::unique_ptr<Host>> hosts_;
   std::vector<std::function<void(Host &)>> host_hooks_;
   std::vector<std::function<void()>> reload_hooks_;
-  std::function<int(Lun &, void *)> sg_handler_;
+  std::function<int(Lun &, const std::string &, void *)> sg_handler_;
   int sg_count_ = 0, disk_count_ = 0, tape_count_ = 0, bsg_count_ = 0, host_count_ = 0;
 
   std::vector<std::unique_ptr<OpenFile>> files_;
