@@ -119,12 +119,12 @@ TEST_F(Sysfs, LineLengths) {
   };
   for (const Case &c : cases) {
     put("info", c.text);
-    char line[300];
-    memset(line, '#', sizeof line);
+    char line[301] = {};
+    memset(line, '#', 300);
     char *result = hcx_sysfs_read_str(dir, "info", line, c.size);
     EXPECT_EQ(line[c.size], '#');
     ASSERT_EQ(result, c.line ? line : nullptr) << c.text << " in " << c.size;
-    if (c.line) EXPECT_EQ(*c.line, line) << " in " << c.size;
+    EXPECT_STREQ(line, c.line ? c.line->c_str() : std::string(300, '#').c_str()) << " in " << c.size;
   }
   EXPECT_EQ(hcx_sysfs_read_str(dir, "info", nullptr, 10), nullptr);
 }
