@@ -349,7 +349,7 @@ TEST_F(Mmm, QueryBytes) {
   // The header: words at their offsets, the two addresses, and nothing else.
   std::string header = m.header;
   ASSERT_EQ(header.size(), 160u);
-  for (const size_t address : {16u, 56u}) {
+  for (const size_t address : {16u, 48u}) {
     EXPECT_NE(header.substr(address, 8), std::string(8, '\0'));
     header.replace(address, 8, 8, '\0');
   }
@@ -358,11 +358,11 @@ TEST_F(Mmm, QueryBytes) {
     expected[offset + (big ? 3 : 0)] = static_cast<char>(low);
     expected[offset + (big ? 2 : 1)] = static_cast<char>(high);
   };
-  word(0, 'Q', 0);        // guard
-  word(8, 2, 0);          // subprotocol
-  word(12, 24, 0);        // request_len
-  word(48, 16, 0);        // max_response_len
-  word(104, 0x60, 0xea);  // timeout 60000
+  word(0, 'Q', 0);       // guard
+  word(8, 2, 0);         // subprotocol
+  word(12, 24, 0);       // request_len
+  word(44, 16, 0);       // max_response_len
+  word(88, 0x60, 0xea);  // timeout 60000
   EXPECT_EQ(header, expected);
 
   ASSERT_EQ(m.requests().size(), 1u);

@@ -240,7 +240,7 @@ TEST_F(Sysfs, SmallThings) {
   put("info", "x\n");
   EXPECT_EQ(hcx_sysfs_test_dir(dir), 1);
   EXPECT_EQ(hcx_sysfs_test_dir("/sys/class/scsi_host/host3/info"), 0);
-  EXPECT_EQ(hcx_sysfs_test_dir("/sys/class/fc_vports"), 0);
+  EXPECT_EQ(hcx_sysfs_test_dir("/sys/class/no_such"), 0);
   EXPECT_EQ(hcx_sysfs_test_dir(nullptr), 0);
   m.vfs().put_text("/sys/class/fc_host/host3/statistics/tx_frames", "0x1ffffffff\n", 0444);
   EXPECT_EQ(hcx_host_stat_read(&host, "tx_frames"), 0x1ffffffffu);
@@ -426,11 +426,12 @@ TEST_F(Sysfs, ParameterFailures) {
   EXPECT_EQ(m.syslog_lines().back(), who + "failed to open " + path + " for writing");
   put("vosk_nodev_tmo", "30\n", 0644);
   const std::string long_prefix(300, 'p');
-  m.fail({.verb = sim::Verb::write, .path = "vosk_nodev_tmo", .error = EINVAL});
-  m.fail({.verb = sim::Verb::write, .path = "vosk_nodev_tmo", .nth = 2, .short_count = 1});
-  for (const char *prefix : {"", "", long_prefix.c_str()}) {
+  for (const char *prefix : {"refused ", "short ", long_prefix.c_str()}) {
+    m.clear_faults();
+    if (*prefix == 'r') m.fail({.verb = sim::Verb::write, .path = "vosk_nodev_tmo", .error = EINVAL});
+    if (*prefix == 's') m.fail({.verb = sim::Verb::write, .path = "vosk_nodev_tmo", .short_count = 1});
     m.clear_records();
-    EXPECT_EQ(hcx_host_param_write(&host, "vosk_nodev_tmo", 5, &value, prefix), 1);
+    EXPECT_EQ(hcx_host_param_write(&host, "vosk_nodev_tmo", 5, &value, prefix), 1) << prefix;
     EXPECT_EQ(m.syslog_lines().back(), who + "fflush or fprintf error on " + path);
   }
 
