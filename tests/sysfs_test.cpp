@@ -427,6 +427,7 @@ TEST_F(Sysfs, ParameterFailures) {
   put("vosk_nodev_tmo", "30\n", 0644);
   const std::string long_prefix(300, 'p');
   for (const char *prefix : {"refused ", "short ", long_prefix.c_str()}) {
+    put("vosk_nodev_tmo", "30\n");
     m.clear_faults();
     if (*prefix == 'r') m.fail({.verb = sim::Verb::write, .path = "vosk_nodev_tmo", .error = EINVAL});
     if (*prefix == 's') m.fail({.verb = sim::Verb::write, .path = "vosk_nodev_tmo", .short_count = 1});
