@@ -8,8 +8,6 @@
 #include "hcx_util_attr.h"
 #include "libhcx.h"
 
-using hcx::Attr;
-
 char *hcx_sysfs_read_str(const char *dir, const char *file, char *ret_val, size_t buff_len) {
   if (!find_sys_class_mmm(dir, file)) return hcx::attr_str_refused(__func__, dir, file, ret_val, buff_len);
   return hcx::attr_str({__func__, dir, file}, ret_val, buff_len);

@@ -26,8 +26,8 @@ class BsgSpy : public sim::Machine {
     if (request == SG_IO && arg) {
       const auto *h = static_cast<const sg_io_v4 *>(arg);
       header.assign(static_cast<const char *>(arg), sizeof(sg_io_v4));
-      body.assign(reinterpret_cast<const char *>(static_cast<uintptr_t>(h->request)), 24);
-      reply.assign(reinterpret_cast<const char *>(static_cast<uintptr_t>(h->response)), 24);
+      body.assign(std::bit_cast<const char *>(h->request), 24);
+      reply.assign(std::bit_cast<const char *>(h->response), 24);
     }
     return sim::Machine::ioctl(fd, request, arg);
   }
@@ -455,9 +455,8 @@ TEST_F(Mmm, DumpLines) {
   const Lines golden = {
       "hcx_show_mmm - Sysfs class files\n",
       "Index Directory                      \tFile         \t\t\tUse\tmin\tmax\thelp\n",
-      "  0   /sys/class/scsi_host          \tnpiv_info                \tyes\t1.0\t9.9\tNPIV: Not supported, "
-      "Physical, "
-      "Virtual (R)\n",
+      " 22   /sys/class/scsi_host          \tvosk_enable_npiv         \tyes\t1.0\t9.9\tNPIV: 0-off 1-on "
+      "(R)\n",
       "hcx_show_mmm - Sysfs device(s) files\n",
       "hcx_show_mmm - Netlink events\n",
       "Index\tcode\tevent\tUse\tmin\tmax\thelp\n",
@@ -467,8 +466,8 @@ TEST_F(Mmm, DumpLines) {
       "Index\tcode\t\tcommand\t\tUse\tmin\tmax\thelp\n",
       " 12\t800000ff\t0000000c\tyes\t2:0\t9:9     BSG vendor unique get fcp priority\n",
       "hcx_show_mmm - BSG devices\n",
-      "  1   /dev/bsg                      \trport-                   \tyes\t1.0\t9.9\tRemote port device: "
-      "rport-2:0-1\n",
+      "  0   /dev/bsg                      \tfc_host                  \tyes\t1.0\t9.9\tFC host device: "
+      "fc_host3\n",
   };
   m.clear_records();
   hcx_show_mmm(0);

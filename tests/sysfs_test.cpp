@@ -345,6 +345,7 @@ TEST_F(Sysfs, OneCommandAtATime) {
   std::atomic<int> inside{0};
   std::atomic<int> done{0};
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
       for (int i = 0; i < 50; ++i) {
@@ -426,6 +427,7 @@ TEST_F(Sysfs, ParameterFailures) {
   EXPECT_EQ(m.syslog_lines().back(), who + "failed to open " + path + " for writing");
   put("vosk_nodev_tmo", "30\n", 0644);
   const std::string long_prefix(300, 'p');
+  const std::string incomplete = who + "fflush or fprintf error on " + path;
   for (const char *prefix : {"refused ", "short ", long_prefix.c_str()}) {
     put("vosk_nodev_tmo", "30\n");
     m.clear_faults();
@@ -433,7 +435,7 @@ TEST_F(Sysfs, ParameterFailures) {
     if (*prefix == 's') m.fail({.verb = sim::Verb::write, .path = "vosk_nodev_tmo", .short_count = 1});
     m.clear_records();
     EXPECT_EQ(hcx_host_param_write(&host, "vosk_nodev_tmo", 5, &value, prefix), 1) << prefix;
-    EXPECT_EQ(m.syslog_lines().back(), who + "fflush or fprintf error on " + path);
+    EXPECT_EQ(m.syslog_lines().back(), incomplete);
   }
 
   EXPECT_EQ(hcx_host_param_read(nullptr, "vosk_nodev_tmo", &value), 0);
