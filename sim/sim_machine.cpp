@@ -132,7 +132,15 @@ void Machine::clear_faults() {
   fault_hit_ = false;
 }
 
+void Machine::fill() {
+  if (!fill_) return;
+  const auto run = std::move(fill_);
+  fill_ = nullptr;
+  run();
+}
+
 int Machine::enter(Verb verb, std::string_view path, size_t *limit) {
+  fill();
   calls_[0]++;
   calls_[static_cast<size_t>(verb)]++;
   for (auto &armed : faults_) {
@@ -500,6 +508,10 @@ int Machine::host_name(char *buf, size_t size) {
 }
 
 time_t Machine::now() {
+  {
+    const std::lock_guard guard(mutex_);
+    fill();
+  }
   const time_t set = clock;
   return set != 0 ? set : ::time(nullptr);
 }
@@ -507,6 +519,7 @@ time_t Machine::now() {
 void Machine::sleep_us(uint64_t microseconds) {
   {
     const std::lock_guard guard(mutex_);
+    fill();
     if (folder_.empty()) {
       delays_.push_back(microseconds);
       return;
@@ -527,6 +540,7 @@ void Machine::syslog_close() {
 
 void Machine::syslog(int, const char *text) {
   const std::lock_guard guard(mutex_);
+  fill();
   if (!folder_.empty()) {
     append_line(folder_ + "/syslog", ident_ + "[" + std::to_string(::getpid()) + "]: " + text);
     return;

@@ -109,7 +109,9 @@ class Machine : public hcx::sysio::Machine {
   // its attributes and their handlers.
   void on_host(std::function<void(Host &)> hook);
   // SG_IO on the generic node of a LUN (arg is a struct sg_io_hdr); the result is that of the ioctl.
-  void on_sg(std::function<int(Lun &, const std::string &path, void *arg)> handler) { sg_handler_ = std::move(handler); }
+  void on_sg(std::function<int(Lun &, const std::string &path, void *arg)> handler) {
+    sg_handler_ = std::move(handler);
+  }
   // Device numbers and names in the order of arrival, as the kernel hands them out.
   int next_sg() { return sg_count_++; }
   int next_disk() { return disk_count_++; }
@@ -153,6 +155,8 @@ class Machine : public hcx::sysio::Machine {
   // whenever another process changed them, plain files live under DIR/root, locks are real ones. Call it when
   // all is added.
   void use_state(const std::string &folder);
+  // Run before the first call that needs the machine: how it comes to be filled.
+  void on_first_use(std::function<void()> fill) { fill_ = std::move(fill); }
   // State of no host in particular.
   nlohmann::json &state();
   // Says that state() or a host's state() changed; written out at the end of the verb or by save().
@@ -198,6 +202,7 @@ class Machine : public hcx::sysio::Machine {
   };
 
   // Counts the call and answers the fault that hits it: 0 or a negated errno; *limit is cut for short counts.
+  void fill();
   int enter(Verb verb, std::string_view path, size_t *limit = nullptr);
   OpenFile *file(int fd);
   int permitted(const Node &node, int flags) const;
@@ -240,6 +245,7 @@ class Machine : public hcx::sysio::Machine {
   std::vector<Request> requests_;
   std::vector<uint64_t> delays_;
 
+  std::function<void()> fill_;
   std::string folder_;
   std::unique_ptr<nlohmann::json> state_;
   bool dirty_ = false;

@@ -1,0 +1,280 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// hcxsim: runs a command whose libhcx.so.4 looks at a simulated machine, or looks at that machine itself. The state
+// folder holds the scenario and everything that changed since; commands run one after the other or at the same time
+// on one folder share it.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "sim_machine.h"
+#include "sim_scenario.h"
+
+// The tool drives the machine by itself; there is no library in it to put it behind.
+extern "C" void LIBHCX_private_set_machine(hcx::sysio::Machine *) {}
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+constexpr int kUsage = 2, kFailed = 125, kCannotRun = 127;
+
+struct Options {
+  std::string scenario, state;
+  int hosts = 0, targets = -1, luns = -1;
+  bool fresh = false;
+  std::string path, text;
+};
+
+class Formatter : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App *app, std::string name) const override {
+    if (app->get_parent() != nullptr) return CLI::Formatter::make_usage(app, name);
+    return "Usage: hcxsim [OPTIONS] -- COMMAND [ARGS...]\n       hcxsim [OPTIONS] ls|cat|write PATH [TEXT]\n";
+  }
+};
+
+// A folder made for one run, removed with all it holds.
+class Folder {
+ public:
+  explicit Folder(const std::string &wanted) : path_(wanted) {
+    if (!wanted.empty()) {
+      fs::create_directories(wanted);
+      path_ = fs::absolute(wanted).string();
+      return;
+    }
+    std::string made = (fs::temp_directory_path() / "hcxsim-XXXXXX").string();
+    if (::mkdtemp(made.data()) == nullptr) throw std::runtime_error("cannot make " + made);
+    path_ = made;
+    temporary_ = true;
+  }
+  ~Folder() {
+    std::error_code ignored;
+    if (temporary_) fs::remove_all(path_, ignored);
+  }
+  Folder(const Folder &) = delete;
+  Folder &operator=(const Folder &) = delete;
+  [[nodiscard]] const std::string &path() const { return path_; }
+
+ private:
+  std::string path_;
+  bool temporary_ = false;
+};
+
+json wanted_scenario(const Options &options) {
+  if (!options.scenario.empty()) {
+    std::ifstream in(options.scenario);
+    if (!in) throw std::runtime_error("cannot read " + options.scenario + ": " + std::strerror(errno));
+    try {
+      return json::parse(in, nullptr, true, true);
+    } catch (const json::parse_error &error) {
+      throw std::runtime_error(options.scenario + ": " + error.what());
+    }
+  }
+  if (options.hosts > 0) {
+    return {{"scale",
+             {{"hosts", options.hosts},
+              {"targets", std::max(0, options.targets)},
+              {"luns", std::max(0, options.luns)}}}};
+  }
+  return {{"default_san", true}};
+}
+
+// A folder keeps the scenario it was made with: state of one machine means nothing to another.
+void prepare(const Options &options, const std::string &folder) {
+  const std::string file = folder + "/scenario.json";
+  const bool asked = !options.scenario.empty() || options.hosts > 0;
+  if (options.fresh) {
+    for (const char *part : {"scenario.json", "state.json", "state.lock", "locks", "root", "syslog"}) {
+      fs::remove_all(fs::path(folder) / part);
+    }
+  }
+  if (fs::exists(file) && !asked) return;
+  const json scenario = wanted_scenario(options);
+  if (fs::exists(file)) {
+    std::ifstream in(file);
+    if (json::parse(in, nullptr, false) == scenario) return;
+    throw std::runtime_error(folder + " holds another scenario; --fresh starts it again");
+  }
+  {
+    sim::Machine trial;  // a scenario with a fault in it is refused before anything is run
+    sim::load_scenario(trial, scenario);
+  }
+  const std::string fresh = file + "." + std::to_string(::getpid());
+  std::ofstream out(fresh);
+  out << scenario.dump(1) << '\n';
+  if (!out.flush()) throw std::runtime_error("cannot write " + fresh);
+  out.close();
+  fs::rename(fresh, file);
+}
+
+std::string find_shim() {
+  if (const char *set = std::getenv("HCXSIM_SHIM")) return set;
+  const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
+  for (const fs::path &candidate : {here / "libhcxsim.so", here / HCXSIM_SHIM_FROM_BIN}) {
+    if (fs::exists(candidate)) return fs::weakly_canonical(candidate).string();
+  }
+  throw std::runtime_error("cannot find libhcxsim.so beside " + here.string());
+}
+
+void set_environment(const std::string &folder, const std::string &shim) {
+  const char *before = std::getenv("LD_PRELOAD");
+  const std::string preload = before != nullptr && *before != '\0' ? shim + ":" + before : shim;
+  ::setenv("LD_PRELOAD", preload.c_str(), 1);
+  ::setenv("HCXSIM_STATE", folder.c_str(), 1);
+  // The sanitizers' runtime does not come first in a command that was built without them.
+  const char *asan = std::getenv("ASAN_OPTIONS");
+  const std::string options = std::string(asan != nullptr ? asan : "") + ":verify_asan_link_order=0";
+  ::setenv("ASAN_OPTIONS", options.c_str(), 1);
+}
+
+int run(const std::vector<std::string> &command, const std::string &folder) {
+  const std::string shim = find_shim();
+  std::vector<char *> args;
+  for (const std::string &word : command)
+    args.push_back(const_cast<char *>(word.c_str()));
+  args.push_back(nullptr);
+  // As a shell: the command decides what an interrupt from the terminal means.
+  struct sigaction ignore = {}, interrupt = {}, quit = {};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGINT, &ignore, &interrupt);
+  ::sigaction(SIGQUIT, &ignore, &quit);
+  const pid_t child = ::fork();
+  if (child < 0) throw std::runtime_error(std::string("cannot fork: ") + std::strerror(errno));
+  if (child == 0) {
+    ::sigaction(SIGINT, &interrupt, nullptr);
+    ::sigaction(SIGQUIT, &quit, nullptr);
+    set_environment(folder, shim);
+    ::execvp(args[0], args.data());
+    std::cerr << "hcxsim: cannot run " << command[0] << ": " << std::strerror(errno) << '\n';
+    ::_exit(kCannotRun);
+  }
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) throw std::runtime_error(std::string("cannot wait: ") + std::strerror(errno));
+  }
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+int refused(const std::string &path, int64_t error) {
+  std::cerr << "hcxsim: " << path << ": " << std::strerror(static_cast<int>(-error)) << '\n';
+  return 1;
+}
+
+int list(sim::Machine &machine, const std::string &path) {
+  std::vector<std::string> names;
+  if (const int rc = machine.list(path.c_str(), "", names); rc < 0) return refused(path, rc);
+  std::sort(names.begin(), names.end());
+  for (const std::string &name : names) {
+    char target[4096];
+    const std::string whole = path + "/" + name;
+    const ssize_t length = machine.read_link(whole.c_str(), target, sizeof target);
+    std::cout << name;
+    if (length >= 0) std::cout << " -> " << std::string(target, static_cast<size_t>(length));
+    std::cout << '\n';
+  }
+  return 0;
+}
+
+int show(sim::Machine &machine, const std::string &path) {
+  const int fd = machine.open(path.c_str(), O_RDONLY, 0);
+  if (fd < 0) return refused(path, fd);
+  char buf[4096];
+  ssize_t got = 0;
+  while ((got = machine.read(fd, buf, sizeof buf)) > 0)
+    std::cout.write(buf, got);
+  machine.close(fd);
+  return got < 0 ? refused(path, got) : 0;
+}
+
+int store(sim::Machine &machine, const std::string &path, const std::string &text) {
+  const int fd = machine.open(path.c_str(), O_WRONLY, 0);
+  if (fd < 0) return refused(path, fd);
+  const std::string line = text + "\n";
+  const ssize_t put = machine.write(fd, line.data(), line.size());
+  machine.close(fd);
+  return put < 0 ? refused(path, put) : 0;
+}
+
+int main_with(int argc, char **argv) {
+  // What stands behind "--" is the command's own, options included.
+  char **split =
+      std::find_if(argv + 1, argv + argc, [](const char *word) { return std::strcmp(word, "--") == 0; });
+  const bool has_command = split != argv + argc;
+  const std::vector<std::string> command(has_command ? split + 1 : argv + argc, argv + argc);
+
+  Options options;
+  CLI::App app{"Runs a command on a simulated machine with FC and FCoE adapters."};
+  app.name("hcxsim");
+  app.formatter(std::make_shared<Formatter>());
+  app.footer(
+      "Without a scenario: two dual-port cards, six targets, some forty LUNs.\n"
+      "Exit status: the command's; 2 usage, 125 hcxsim itself failed, 127 the command cannot be run.\n"
+      "See docs/hcxsim.md for scenario files.");
+  auto *scenario =
+      app.add_option("--scenario", options.scenario, "Scenario file (JSON)")->check(CLI::ExistingFile);
+  auto *hosts =
+      app.add_option("--hosts", options.hosts, "A SAN of so many boards instead of the standard one")
+          ->check(CLI::Range(1, 1024))
+          ->excludes(scenario);
+  app.add_option("--targets", options.targets, "Targets behind each board (with --hosts)")
+      ->check(CLI::Range(0, 4096))
+      ->needs(hosts);
+  app.add_option("--luns", options.luns, "LUNs behind each target (with --hosts)")
+      ->check(CLI::Range(0, 65536))
+      ->needs(hosts);
+  app.add_option("--state", options.state,
+                 "Folder that keeps the machine's state; a temporary one if not given");
+  app.add_flag("--fresh", options.fresh, "Forget the state that the folder holds");
+  auto *ls = app.add_subcommand("ls", "List a directory of the simulated machine");
+  auto *cat = app.add_subcommand("cat", "Print a file of the simulated machine");
+  auto *write = app.add_subcommand("write", "Write a line to a file of the simulated machine");
+  for (CLI::App *action : {ls, cat, write}) {
+    action->add_option("PATH", options.path, "Absolute path, for example /sys/class/fc_host")->required();
+  }
+  write->add_option("TEXT", options.text, "The line")->required();
+  app.require_subcommand(0, 1);
+  app.set_version_flag("--version", "hcxsim " HCXSIM_VERSION);
+  try {
+    app.parse(static_cast<int>(split - argv), argv);
+  } catch (const CLI::ParseError &error) {
+    return app.exit(error) == 0 ? 0 : kUsage;
+  }
+  const bool acts = !app.get_subcommands().empty();
+  if (acts == has_command || (has_command && command.empty())) {
+    std::cerr << "hcxsim: give a command behind \"--\", or one of ls, cat and write (--help tells more)\n";
+    return kUsage;
+  }
+  const Folder folder(options.state);
+  prepare(options, folder.path());
+  if (has_command) return run(command, folder.path());
+  sim::Machine machine;
+  sim::open_folder(machine, folder.path());
+  if (ls->parsed()) return list(machine, options.path);
+  if (cat->parsed()) return show(machine, options.path);
+  return store(machine, options.path, options.text);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  try {
+    return main_with(argc, argv);
+  } catch (const std::exception &error) {
+    std::cerr << "hcxsim: " << error.what() << '\n';
+    return kFailed;
+  }
+}
