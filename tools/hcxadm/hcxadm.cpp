@@ -25,9 +25,14 @@ constexpr void (*noun_table[])(CLI::App &, Context &) = {
 };
 
 void add_global_options(CLI::App &root, Context &ctx) {
-  static const std::map<std::string, Format> formats = {{"table", Format::table}, {"json", Format::json}};
-  root.add_option("-o,--output", ctx.format, "Form of the output")
-      ->transform(CLI::CheckedTransformer(formats).description(""))
+  root.add_option_function<std::string>(
+          "-o,--output",
+          [&ctx](const std::string &form) {
+            if (form != "table" && form != "json")
+              throw CLI::ValidationError("there is no output form \"" + form + "\", only table and json");
+            ctx.format = form == "json" ? Format::json : Format::table;
+          },
+          "Form of the output")
       ->type_name("table|json");
   root.add_flag("-y,--yes", ctx.yes, "Do not ask before a change");
   root.add_flag("-n,--dry-run", ctx.dry_run, "Say what would be changed, change nothing");
@@ -38,6 +43,14 @@ void add_global_options(CLI::App &root, Context &ctx) {
       ->description("With --simulate: folder that keeps the simulated machine")
       ->type_name("DIR");
 }
+
+// "port 0 list", or one argument more than "port list" takes.
+class StrayArgument : public CLI::ParseError {
+ public:
+  explicit StrayArgument(const std::string &word)
+      : ParseError("StrayArgument", "\"" + word + "\" is one argument too many",
+                   CLI::ExitCodes::ExtrasError) {}
+};
 
 // Edit distance, for "did you mean".
 size_t distance(const std::string &a, const std::string &b) {
@@ -64,7 +77,7 @@ std::string suggestion(const CLI::App &app, const std::string &word) {
     best = sub->get_name();
     best_distance = d;
   }
-  return best.empty() ? "" : ", did you mean \"" + best + "\"?";
+  return best.empty() ? "" : " (did you mean \"" + best + "\"?)";
 }
 
 // The innermost command that was named, and the words for it.
@@ -92,7 +105,7 @@ Problem usage_problem(const CLI::App &root, const CLI::ParseError &error) {
     problem.tried =
         (words.empty() ? "unknown command \"" : "unknown verb \"") + *stray + "\"" + suggestion(app, *stray);
   else if (stray != left.end())
-    problem.tried = "one argument too many: \"" + *stray + "\"";
+    problem.tried = "\"" + *stray + "\" is one argument too many";
   else if (dynamic_cast<const CLI::RequiredError *>(&error) && has_verbs)
     problem.tried = words.empty() ? "no command given" : "no verb given";
   if (!words.empty()) problem.tried = words + ": " + problem.tried;
@@ -258,8 +271,7 @@ void add_standard_verb(CLI::App &noun, const char *name, const char *help, Conte
       return;
     }
     for (const CLI::Option *option : named->get_options())
-      if (option->get_positional() && option->count() > 0)
-        throw CLI::ExtrasError(command, {option->results().front()});
+      if (option->get_positional() && option->count() > 0) throw StrayArgument(option->results().front());
   });
 }
 
@@ -267,15 +279,20 @@ int run(const std::vector<std::string> &args, std::istream &in, std::ostream &ou
         Terminal terminal) {
   Context ctx(in, out, err, terminal);
   CLI::App root(description, "hcxadm");
-  root.footer(footer);
   root.require_subcommand(1);
   root.set_version_flag("--version", HCXADM_VERSION);
   add_global_options(root, ctx);
   for (auto add : noun_table)
     add(root, ctx);
   add_words(root, ctx);
+  root.footer(footer);                                        // last: subcommands inherit it
+  std::vector<std::string> line(args.rbegin(), args.rend());  // as the parser wants it
+  if (!line.empty() && line.back() == "help") {
+    line.pop_back();
+    line.insert(line.begin(), "--help");
+  }
   try {
-    root.parse(std::vector<std::string>(args.rbegin(), args.rend()));
+    root.parse(std::move(line));
   } catch (const CLI::Success &success) {  // --help, --version
     return root.exit(success, out, err);
   } catch (const CLI::ParseError &error) {

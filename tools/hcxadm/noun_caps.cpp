@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <compare>
 #include <cstdio>
 #include <cstring>
 
@@ -148,23 +150,57 @@ std::vector<Row> parse_tables(const std::string &text) {
   return rows;
 }
 
-void caps(Context &ctx, bool off_only) {
-  ctx.document(schema);
-  const bool any = !ctx.boards.all().empty();
+std::vector<Row> read_tables() {
   CaughtOutput caught;
   hcx_show_mmm(1);
   std::vector<Row> rows = parse_tables(caught.text());
   if (rows.empty()) throw internal_failure("no table was printed");
+  return rows;
+}
+
+struct Version {
+  uint32_t major;
+  uint32_t minor;
+  std::string text() const { return std::to_string(major) + "." + std::to_string(minor); }
+  auto operator<=>(const Version &) const = default;
+};
+
+constexpr Version built_in{2, 0};
+
+// What a program that uses the library may count on, in one record; its rows only for JSON.
+struct Summary {
+  std::optional<Version> driver;
+  const std::vector<Row> &rows;
+};
+
+const ColumnOf<Summary> summary_columns[] = {
+    {"driver_interface", "DRIVER INTERFACE", Kind::text, In::rows,
+     [](const Summary &s) { return s.driver ? Value(s.driver->text()) : Value(); }},
+    {"library_interface", "LIBRARY INTERFACE", Kind::text, In::rows,
+     // The library goes down to an older driver's version, never above its own.
+     [](const Summary &s) { return Value(std::min(s.driver.value_or(built_in), built_in).text()); }},
+    {"facilities", "FACILITIES", Kind::nested, In::record,
+     [](const Summary &s) { return json_rows(make_table(schema, columns, s.rows)); }},
+};
+
+void caps(Context &ctx, bool off_only) {
+  ctx.document(schema);
+  std::optional<Version> driver;
+  if (!ctx.boards.all().empty()) {
+    Version answer{};
+    const int rc = send_bsg_get_mgmt_rev(&answer.major, &answer.minor);
+    if (rc != 0) throw call_failure(Family::sys, rc, "asking the driver for its management version", "");
+    driver = answer;
+  }
+  std::vector<Row> rows = read_tables();
   if (off_only) std::erase_if(rows, [](const Row &row) { return row.usable; });
+  ctx.show(make_table(schema, summary_columns, std::vector{Summary{driver, rows}}), Layout::record);
+  if (!driver)
+    ctx.note(
+        "there are no adapters of the vosk driver on this machine; this is what the library has built in");
+  if (ctx.json()) return;
+  if (!rows.empty()) ctx.out << '\n';
   ctx.show(make_table(schema, columns, rows));
-  uint32_t major = 0;
-  uint32_t minor = 0;
-  if (!any)
-    ctx.note("there are no adapters, so no driver was asked: the library's tables as they are built in");
-  else if (send_bsg_get_mgmt_rev(&major, &minor) == 0)
-    ctx.note("the driver's management interface is version " + std::to_string(major) + "." +
-             std::to_string(minor));
-  if (off_only && rows.empty()) ctx.note("every facility may be used");
 }
 
 }  // namespace

@@ -33,6 +33,11 @@ Value mode_name(uint32_t mode) {
   return mode > 0 && mode < std::size(names) ? Value(names[mode]) : Value();
 }
 
+// The library reads 0 where an attribute is missing.
+Value nonzero(uint32_t number) {
+  return number ? Value(number) : Value();
+}
+
 Value pci_address(const Text &pci_dir) {
   if (!pci_dir || pci_dir->size() < 2) return {};
   const size_t end = pci_dir->size() - 1;
@@ -61,8 +66,7 @@ const C board_columns[] = {
      [](const Board &b) { return or_null(b.serial_number); }},
     {"wwpn", "WWPN", Kind::text, In::rows, [](const Board &b) { return wwn_value(b.wwpn.wwn); }},
     {"wwnn", "WWNN", Kind::text, In::record, [](const Board &b) { return wwn_value(b.wwnn.wwn); }},
-    {"port_id", "PORT ID", Kind::hex24, In::record,
-     [](const Board &b) { return b.port_id ? Value(b.port_id) : Value(); }},
+    {"port_id", "PORT ID", Kind::hex24, In::record, [](const Board &b) { return nonzero(b.port_id); }},
     {"symbolic_name", "SYMBOLIC NAME", Kind::text, In::record,
      [](const Board &b) { return or_null(attribute(b.fc_host_dir(), "symbolic_name")); }},
     {"protocol", "PROTOCOL", Kind::text, In::rows, [](const Board &b) { return or_null(b.protocol); }},
@@ -92,15 +96,16 @@ const C board_columns[] = {
     {"pci_address", "PCI ADDRESS", Kind::text, In::record,
      [](const Board &b) { return pci_address(b.pci_dir); }},
     {"pci_vendor_id", "PCI VENDOR ID", Kind::hex, In::record,
-     [](const Board &b) { return Value(b.info.a_pci & 0xffff); }},
+     [](const Board &b) { return nonzero(b.info.a_pci & 0xffff); }},
     {"pci_device_id", "PCI DEVICE ID", Kind::hex, In::record,
-     [](const Board &b) { return Value(b.info.a_pci >> 16); }},
-    {"irq", "IRQ", Kind::number, In::record, [](const Board &b) { return Value(b.info.a_intrlvl); }},
+     [](const Board &b) { return nonzero(b.info.a_pci >> 16); }},
+    {"irq", "IRQ", Kind::number, In::record, [](const Board &b) { return nonzero(b.info.a_intrlvl); }},
     {"ports", "PORTS", Kind::number, In::rows, [](const Board &b) { return Value(b.ports); }},
     {"luns", "LUNS", Kind::number, In::rows, [](const Board &b) { return Value(b.luns); }},
 };
 
 void list(Context &ctx) {
+  ctx.document(list_schema);
   const std::vector<Board> &boards = ctx.boards.all();
   ctx.show(make_table(list_schema, board_columns, boards));
   if (boards.empty()) ctx.note("there are no adapters of the vosk driver on this machine");
