@@ -297,6 +297,7 @@ int run(const std::vector<std::string> &args, std::istream &in, std::ostream &ou
     return root.exit(success, out, err);
   } catch (const CLI::ParseError &error) {
     if (wants_json(args)) ctx.format = Format::json;
+    ctx.command.clear();  // the message has the words that were understood
     ctx.report(usage_problem(root, error));
     return ctx.finish();
   }
