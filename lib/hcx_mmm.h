@@ -22,12 +22,12 @@ extern "C" {
 
 /* The versions of the management interface that have a facility, both ends included. */
 typedef struct MMM_WINDOW {
-  int32_t supported;  /* 1: may be used, 0: may not */
+  int32_t supported; /* 1: may be used, 0: may not */
   uint32_t minMajor;
   uint32_t minMinor;
   uint32_t maxMajor;
   uint32_t maxMinor;
-  char a_help[80];    /* one line for hcx_show_mmm(); empty in a template's end row */
+  char a_help[80]; /* one line for hcx_show_mmm(); empty in a template's end row */
 } MMM_WINDOW;
 
 typedef struct MMM_SYSFS {
@@ -44,8 +44,8 @@ typedef struct MMM_NETLINK {
 
 typedef struct MMM_BSG_IOCTL {
   MMM_WINDOW window;
-  uint32_t code;      /* FC BSG message code */
-  uint32_t command;   /* vendor command; 0 for a request of the transport */
+  uint32_t code;    /* FC BSG message code */
+  uint32_t command; /* vendor command; 0 for a request of the transport */
 } MMM_BSG_IOCTL;
 
 typedef struct MMM_BSG_DEV {

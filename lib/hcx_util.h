@@ -74,7 +74,7 @@ struct hcx_port {
   int roles;               /* rport_role bits */
   uint8_t wwnn[8];
   uint8_t wwpn[8];
-  uint32_t port_id;        /* 24-bit FC address */
+  uint32_t port_id; /* 24-bit FC address */
   char **serial_number;
   uint32_t mlomgmt;
 };
@@ -83,15 +83,15 @@ struct hcx_host {
   hcx_host *next;
   hcx_port *port_list;
   hcx_rwlock rwlock;
-  uint32_t id;    /* kernel SCSI host number; the list is sorted by it */
+  uint32_t id; /* kernel SCSI host number; the list is sorted by it */
   int vend_idx;
-  int brd_idx;    /* board number, -1 until HCX_InitDiagEnv() gave one */
-  hcx_port port;  /* the local port */
+  int brd_idx;   /* board number, -1 until HCX_InitDiagEnv() gave one */
+  hcx_port port; /* the local port */
   uint32_t topology;
   uint32_t events_count;
   uint32_t missed_events_count;
   uint32_t refresh_timer;
-  char *pci_dev;  /* "/sys/devices/.../0000:05:00.0/" */
+  char *pci_dev; /* "/sys/devices/.../0000:05:00.0/" */
   char *info;
   char *serial_number;
   char *hardware_version;
@@ -273,7 +273,8 @@ size_t hcx_sysfs_read_binfile(const char *dir, const char *file, void *buff, off
  * Writes a part of a binary attribute: opens it, seeks, writes once, closes.
  * Returns the bytes written; 0 when the attribute is missing, cannot be opened or written, or has no such offset.
  */
-size_t hcx_sysfs_write_binfile(const char *dir, const char *file, const void *buff, off_t offset, size_t buff_len);
+size_t hcx_sysfs_write_binfile(const char *dir, const char *file, const void *buff, off_t offset,
+                               size_t buff_len);
 
 /*
  * Opens a command attribute for reading and writing and takes its exclusive lock, flock(2), for one command.
@@ -358,7 +359,8 @@ int hcx_host_param_read(hcx_host *host, const char *param_name, uint32_t *param_
  * Returns 0; 1 when the parameter cannot be read or written, an argument but prefix is null, or prefix is longer than
  * 240 characters. "vosk_enable_auth" always gives 0 and is not written.
  */
-int hcx_host_param_write(hcx_host *host, const char *param_name, uint32_t val, uint32_t *old_val, const char *prefix);
+int hcx_host_param_write(hcx_host *host, const char *param_name, uint32_t val, uint32_t *old_val,
+                         const char *prefix);
 
 /* ---- Words and numbers ---- */
 

@@ -62,11 +62,13 @@ void libhcx_open_syslog();
 
 // WWN as a number and as bytes, most significant first.
 inline void wwn_store(uint8_t bytes[8], uint64_t wwn) {
-  for (int i = 7; i >= 0; --i, wwn >>= 8) bytes[i] = static_cast<uint8_t>(wwn);
+  for (int i = 7; i >= 0; --i, wwn >>= 8)
+    bytes[i] = static_cast<uint8_t>(wwn);
 }
 inline uint64_t wwn_load(const uint8_t bytes[8]) {
   uint64_t wwn = 0;
-  for (int i = 0; i < 8; ++i) wwn = wwn << 8 | bytes[i];
+  for (int i = 0; i < 8; ++i)
+    wwn = wwn << 8 | bytes[i];
   return wwn;
 }
 

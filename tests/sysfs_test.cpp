@@ -340,7 +340,7 @@ TEST_F(Sysfs, CommandAttributesRewindAndUnlock) {
   EXPECT_EQ(hcx_host_tibra_write(-1, buff, 0, 1), 0u);
 }
 
-TEST_F(Sysfs, OneCommandAtATime) {
+TEST_F(Sysfs, ConcurrentCommandsTakeTurns) {
   put_binary("mbox", "................");
   std::atomic<int> inside{0};
   std::atomic<int> done{0};
