@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The five capability templates: every kernel facility the library may touch, with the versions of the
-// driver's management interface that have it. Filled at compile time; `supported` is cleared by the version
-// settlement.
+// driver's management interface that have it. Filled at compile time; the version settlement clears `supported`.
 #include "hcx_mmm_table.h"
 
 #include <cstddef>

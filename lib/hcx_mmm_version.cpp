@@ -33,8 +33,7 @@ struct RevReply {
 };
 static_assert(sizeof(RevReply) == 24 && offsetof(RevReply, revision) == offsetof(fc_bsg_reply, reply_data));
 
-// Whether dir_name followed by file_name opens for reading. Never asks the templates: no version is known
-// yet.
+// Whether dir_name followed by file_name opens for reading. The templates are not asked: they are not settled.
 static bool mmm_sysfs_test_file(const char *dir_name, const char *file_name) {
   const Path path("%.255s%s", dir_name, file_name);
   HCX_LOG_PATH(path.c_str());
