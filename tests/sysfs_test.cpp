@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 #include <atomic>
 #include <cstring>
@@ -215,13 +216,14 @@ TEST_F(Sysfs, WritesArriveWholeAndKeepTheErrno) {
 
 TEST_F(Sysfs, NothingIsCreated) {
   // A tree on an ordinary file system would let a careless open create what the driver does not have.
-  m.vfs().put_dir(dir);
+  m.vfs().put_dir("/tmp/tree");
+  m.vfs().put_link("/sys/class/scsi_host/host3", "/tmp/tree");
   uint32_t old = 0;
   EXPECT_EQ(hcx_sysfs_write_str(dir, "issue_reset", "selective"), 2);
   EXPECT_EQ(hcx_sysfs_write_binfile(dir, "ctlreg", "1234", 0, 4), 0u);
   EXPECT_EQ(hcx_sysfs_lock_binfile(dir, "mbox"), -1);
   EXPECT_EQ(hcx_host_param_write(&host, "vosk_topology", 1, &old, nullptr), 1);
-  EXPECT_TRUE(m.vfs().names(dir).empty());
+  EXPECT_TRUE(m.vfs().names("/tmp/tree").empty());
   EXPECT_TRUE(m.logged("hcx_sysfs_lock_binfile - Open failed file mbox in /sys/class/scsi_host/host3/"));
 }
 
@@ -299,6 +301,10 @@ TEST_F(Sysfs, CommandAttributesRewindAndUnlock) {
   int fd = hcx_host_mbox_lock(&host);
   ASSERT_GE(fd, 0);
   EXPECT_EQ(m.held_locks(), 1u);
+  {
+    const hcx::Fd other(m.open((in_dir + "mbox").c_str(), O_RDWR, 0));
+    EXPECT_EQ(m.lock(other.get(), LOCK_SH | LOCK_NB), -EWOULDBLOCK);  // the lock shuts out readers too
+  }
   EXPECT_EQ(hcx_host_mbox_write(fd, "abcd", 0, 4), 4u);
   EXPECT_EQ(hcx_host_mbox_write(fd, "ABC", 0, 3), 3u);  // from the beginning again
   EXPECT_EQ(hcx_host_mbox_write(fd, "xy", 8, 2), 2u);
@@ -353,6 +359,7 @@ TEST_F(Sysfs, ConcurrentCommandsTakeTurns) {
         EXPECT_GE(fd, 0);
         EXPECT_EQ(inside.fetch_add(1), 0);
         EXPECT_EQ(hcx_host_mbox_write(fd, "w", 0, 1), 1u);
+        std::this_thread::yield();
         inside.fetch_sub(1);
         EXPECT_EQ(hcx_host_mbox_unlock(fd), 0);
         ++done;
