@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Discovery of LUNs and of the device names that Linux gave them, and the listings that a scan shares.
+// The records belong to a remote port whose host the caller has locked for writing, or owns alone; nothing here locks.
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "hcx_util_scan.h"
+
+using namespace hcx;
+
+namespace {
+
+constexpr char kScsiDeviceClass[] = "/sys/class/scsi_device";
+
+// Replaces a device name by prefix + name. Without memory it stays null, as if the device had no such name.
+void store_name(char **field, const char *prefix, const char *name) {
+  free(*field);
+  *field = nullptr;
+  if (asprintf(field, "%s%s", prefix, name) < 0) *field = nullptr;
+}
+
+// The numbers of the names' LUNs in ascending order, up to the first name without one (*bad, null when all have one).
+// Linux numbers LUNs with 64 bits.
+std::vector<uint64_t> lun_numbers(const ClassListing::Range &names, const std::string **bad) {
+  std::vector<uint64_t> ids;
+  ids.reserve(static_cast<size_t>(names.last - names.first));
+  *bad = nullptr;
+  for (const std::string &name : names) {
+    const char *digits = name.c_str() + name.rfind(':') + 1;
+    char *end;
+    uint64_t id = strtoull(digits, &end, 10);
+    if (end == digits) {
+      *bad = &name;
+      break;
+    }
+    ids.push_back(id);
+  }
+  std::sort(ids.begin(), ids.end());
+  return ids;
+}
+
+// The first entry of `dir` that contains `word`; empty when there is none.
+// False when the directory cannot be listed.
+bool find_entry(const char *dir, const char *word, std::string *found) {
+  std::vector<std::string> names;
+  if (sysio::list_sorted(dir, "", names) < 0) return false;
+  for (std::string &name : names)
+    if (name.find(word) != std::string::npos) {
+      *found = std::move(name);
+      break;
+    }
+  return true;
+}
+
+// Older kernels name the link after the device: "device/block:sdb".
+bool named_link_tail(const char *dir, const char *word, Path *tail) {
+  std::string entry;
+  if (!find_entry(dir, word, &entry) || entry.empty()) return false;
+  return link_tail(Path("%s/%s", dir, entry.c_str()).c_str(), tail);
+}
+
+// Newer kernels have a directory with one entry, the disk. `link_error`: what reading it as a link gave.
+void block_name_from_directory(hcx_lun *lun, const char *block_dir, const char *device_dir, int link_error) {
+  std::string entry;
+  if (link_error != -ENOENT && find_entry(block_dir, "s", &entry)) {
+    if (!entry.empty()) store_name(&lun->block_dev, "/dev/", entry.c_str() + entry.find('s'));
+    return;
+  }
+  Path tail;
+  if (named_link_tail(device_dir, "block:", &tail)) store_name(&lun->block_dev, "/dev", tail.c_str());
+}
+
+// "/sys/class/scsi_device/H:0:T:L/device" and what stands in it.
+struct DevicePaths {
+  DevicePaths(uint32_t host_no, uint32_t target, uint64_t lun)
+      : h(static_cast<int>(host_no)), t(static_cast<int>(target)), l(static_cast<long long>(lun)) {}
+  Path device() const { return Path("/sys/class/scsi_device/%d:0:%d:%lld/device", h, t, l); }
+  Path generic() const { return Path("/sys/class/scsi_device/%d:0:%d:%lld/device/generic", h, t, l); }
+  Path block() const { return Path("/sys/class/scsi_device/%d:0:%d:%lld/device/block", h, t, l); }
+  Path tape() const { return Path("/sys/class/scsi_device/%d:0:%d:%lld/device/tape", h, t, l); }
+  int h, t;
+  long long l;
+};
+
+void scan_device_names(hcx_lun *lun, const DevicePaths &paths) {
+  Path tail;
+  if (link_tail(paths.generic().c_str(), &tail)) store_name(&lun->generic_scsi_dev, "/dev", tail.c_str());
+  int block_error = 0;
+  const Path block = paths.block();
+  if (link_tail(block.c_str(), &tail, &block_error))
+    store_name(&lun->block_dev, "/dev", tail.c_str());
+  else if (link_tail(paths.tape().c_str(), &tail))
+    store_name(&lun->tape_dev, "/dev", tail.c_str());
+  else
+    block_name_from_directory(lun, block.c_str(), paths.device().c_str(), block_error);
+}
+
+// The Linux number of a LUN given as its eight bytes: two 16-bit words, the low one first.
+uint64_t linux_lun(uint64_t fc_lun) {
+  uint8_t bytes[8];
+  memcpy(bytes, &fc_lun, sizeof bytes);
+  uint32_t low = static_cast<uint32_t>(bytes[0] << 8 | bytes[1]);
+  uint32_t high = static_cast<uint32_t>(bytes[2] << 8 | bytes[3]);
+  return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(low | high << 16)));
+}
+
+}  // namespace
+
+namespace hcx {
+
+void ClassListing::load() {
+  if (loaded_) return;
+  loaded_ = true;
+  error_ = sysio::list_sorted(dir_, prefix_.c_str(), names_);
+  if (error_ == -ENOENT && fallback_) {
+    dir_ = fallback_;
+    names_.clear();
+    error_ = sysio::list_sorted(dir_, prefix_.c_str(), names_);
+  }
+}
+
+const char *ClassListing::dir() {
+  load();
+  return dir_;
+}
+
+bool ClassListing::find(const char *prefix, Range *range) {
+  load();
+  if (error_ < 0 && error_ != -ENOENT) return false;
+  const size_t length = strlen(prefix);
+  auto first =
+      std::lower_bound(names_.begin(), names_.end(), prefix,
+                       [](const std::string &name, const char *wanted) { return name.compare(wanted) < 0; });
+  auto last = std::partition_point(
+      first, names_.end(), [=](const std::string &name) { return name.compare(0, length, prefix) == 0; });
+  *range = {names_.data() + (first - names_.begin()), names_.data() + (last - names_.begin())};
+  return true;
+}
+
+bool link_tail(const char *path, Path *tail, int *error) {
+  char target[256];
+  ssize_t length = sysio::machine().read_link(path, target, sizeof target - 1);
+  if (error) *error = length < 0 ? static_cast<int>(length) : 0;
+  if (length <= 0) return false;
+  target[length] = '\0';
+  const char *slash = strrchr(target, '/');
+  if (!slash) return false;
+  snprintf(tail->data(), Path::size(), "%s", slash);
+  return true;
+}
+
+void hcx_sysfs_scan_luns(hcx_port *rport, ClassListing &devices) {
+  HCX_TRACE();
+  ClassListing::Range names;
+  Path prefix("%d:0:%d:", static_cast<int>(rport->host->id), static_cast<int>(rport->scsi_target_id));
+  if (!devices.find(prefix.c_str(), &names)) {
+    HCX_LOG(LOG_ERROR, "cannot list %s", devices.dir());
+    return;
+  }
+  const std::string *bad;
+  const std::vector<uint64_t> ids = lun_numbers(names, &bad);
+
+  OldList<hcx_lun> old(std::exchange(rport->lun_list, nullptr));
+  hcx_lun *last = nullptr;
+  for (uint64_t id : ids) {
+    hcx_lun *lun = old.take(id, hcx_port_remove_lun);
+    if (!lun) lun = static_cast<hcx_lun *>(calloc(1, sizeof(hcx_lun)));
+    if (!lun) {
+      HCX_LOG(LOG_ERROR, "out of memory for LUN %s%lld", prefix.c_str(), static_cast<long long>(id));
+      continue;
+    }
+    lun->id = id;
+    last = hcx_port_insert_lun(rport, last, lun);
+    hcx_sysfs_scan_lun(lun);
+  }
+  if (bad) HCX_LOG(LOG_ERROR, "could not form lun_id from %s", bad->c_str());
+  // Another thread may have found one of these before the scan began.
+  retire_luns(old.rest());
+}
+
+}  // namespace hcx
+
+void hcx_sysfs_scan_luns(hcx_port *rport) {
+  if (!rport || !rport->host) {
+    HCX_LOG(LOG_ERROR, "%s", rport ? "no port host" : "no port");
+    return;
+  }
+  no_throw(0, [=] {
+    Path prefix("%d:0:%d:", static_cast<int>(rport->host->id), static_cast<int>(rport->scsi_target_id));
+    ClassListing devices(kScsiDeviceClass, prefix.c_str());
+    hcx_sysfs_scan_luns(rport, devices);
+    return 0;
+  });
+}
+
+void hcx_sysfs_scan_lun(hcx_lun *lun) {
+  HCX_TRACE();
+  if (!lun) {
+    HCX_LOG(LOG_ERROR, "no lun");
+    return;
+  }
+  if (!lun->port) {
+    HCX_LOG(LOG_ERROR, "no lun port");
+    return;
+  }
+  if (!lun->port->host) {
+    HCX_LOG(LOG_ERROR, "no lun port host");
+    return;
+  }
+  hcx_lun_clean(lun);
+  no_throw(0, [=] {
+    scan_device_names(lun, DevicePaths(lun->port->host->id, lun->port->scsi_target_id, lun->id));
+    return 0;
+  });
+}
+
+int hcx_get_lun_file_name(uint32_t host_id, uint32_t target_id, uint64_t lun_id, char *dev_name) {
+  HCX_TRACE();
+  if (!dev_name) return -1;
+  return no_throw(-1, [=] {
+    const DevicePaths paths(host_id, target_id, linux_lun(lun_id));
+    const Path device = paths.device();
+    Path tail;
+    if (!link_tail(paths.generic().c_str(), &tail) && !link_tail(paths.block().c_str(), &tail) &&
+        !named_link_tail(device.c_str(), "scsi_generic:", &tail) &&
+        !named_link_tail(device.c_str(), "block:", &tail))
+      return -1;
+    sprintf(dev_name, "/dev%s", tail.c_str());
+    return 0;
+  });
+}
