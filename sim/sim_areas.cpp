@@ -7,6 +7,9 @@ namespace sim {
 void install_areas(Machine &machine) {
   install_management_revision(machine);
   install_parameters(machine);
+  install_mailbox(machine);
+  install_fabric(machine);
+  install_priority(machine);
   install_scsi(machine);
   install_statistics(machine);
 }

@@ -12,6 +12,9 @@ void install_areas(Machine &machine);
 
 void install_management_revision(Machine &machine);
 void install_parameters(Machine &machine);
+void install_mailbox(Machine &machine);
+void install_fabric(Machine &machine);
+void install_priority(Machine &machine);
 void install_scsi(Machine &machine);
 void install_statistics(Machine &machine);
 

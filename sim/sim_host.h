@@ -4,12 +4,14 @@
 // Machine, under its mutex.
 #pragma once
 
+#include <any>
 #include <cstdint>
-#include <deque>
+#include <map>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <typeindex>
 #include <vector>
 
 namespace sim {
@@ -187,6 +189,13 @@ class Host {
   // The fabric's own ports (fabric port, name server, fabric controller, management server).
   void add_fabric_ports();
 
+  // What an area keeps of this host in memory, made at the first call.
+  template <typename T>
+  T &area() {
+    std::any &slot = areas_[std::type_index(typeid(T))];
+    if (!slot.has_value()) slot = std::make_shared<T>();
+    return *std::any_cast<std::shared_ptr<T> &>(slot);
+  }
   // State kept across processes, an object; call machine().touch() after a change.
   nlohmann::json &state();
 
@@ -210,6 +219,7 @@ class Host {
   int vpi_ = 0, vport_number_ = -1;
   std::unique_ptr<VportSpec> vport_;
   std::vector<std::unique_ptr<Rport>> rports_;
+  std::map<std::type_index, std::any> areas_;
   int next_rport_ = 0, next_target_ = 0, next_vport_ = 0;
 };
 

@@ -141,6 +141,8 @@ class Machine : public hcx::sysio::Machine {
   std::vector<Write> writes();
   std::vector<Request> requests();
   std::vector<uint64_t> delays();  // microseconds
+  // Lists for tests are kept; not where a folder is shared and the machine lives as long as its command.
+  [[nodiscard]] bool records_kept() const { return folder_.empty(); }
   void record(Request request);
   void clear_records();
 
