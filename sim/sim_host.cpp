@@ -208,7 +208,7 @@ void Host::complete_spec() {
   if (spec_.wwpn == 0) spec_.wwpn = 0x10000090fa000000 + n;
   if (spec_.wwnn == 0) spec_.wwnn = spec_.wwpn + 0x1000000000000000;
   if (spec_.fabric == 0) spec_.fabric = 0x100000051e000001;
-  if (spec_.port_id == 0) spec_.port_id = 0x010000 + static_cast<uint32_t>(n << 8 & 0xff00);
+  if (spec_.port_id == 0) spec_.port_id = 0x700000 + static_cast<uint32_t>(n << 8 & 0xff00);
   if (spec_.pci_device == 0) spec_.pci_device = fcoe ? 0x7a11 : spec_.sli == 4 ? 0x7b21 : 0x7910;
   if (spec_.irq == 0) spec_.irq = 24 + spec_.number;
   if (spec_.unique_id < 0) spec_.unique_id = spec_.number;
