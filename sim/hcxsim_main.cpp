@@ -109,8 +109,8 @@ void prepare(const Options &options, const std::string &folder) {
     if (json::parse(in, nullptr, false) == scenario) return;
     throw std::runtime_error(folder + " holds another scenario; --fresh starts it again");
   }
-  {
-    sim::Machine trial;  // a scenario with a fault in it is refused before anything is run
+  if (!options.scenario.empty()) {
+    sim::Machine trial;  // a scenario with a mistake in it is refused before anything is run
     sim::load_scenario(trial, scenario);
   }
   const std::string fresh = file + "." + std::to_string(::getpid());

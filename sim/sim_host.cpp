@@ -565,7 +565,7 @@ void Host::add_fabric_ports() {
                {0xfffffd, "Fabric Controller"},
                {0xfffffa, "Management Server"}};
   for (const auto &port : ports) {
-    add_rport({.wwpn = 0x2000000000000000 | (spec_.fabric & 0xffffffffffff0000) | (port.port_id & 0xff),
+    add_rport({.wwpn = 0x2000000000000000 | (spec_.fabric & 0x00ffffffffff0000) | (port.port_id & 0xff),
                .wwnn = spec_.fabric,
                .port_id = port.port_id,
                .roles = port.roles});
