@@ -239,8 +239,8 @@ TEST_F(BsgTest, MailboxTimeoutsByCommand) {
 TEST_F(BsgTest, SwitchedOffCommandsOpenNothing) {
   m.driver_version(1, 0);
   ASSERT_EQ(get_vosk_management_version(), 1);
-  const uint64_t before = m.calls(sim::Verb::open) - 0;
   m.clear_records();
+  const uint64_t before = m.calls(sim::Verb::open);
   HCX_QoSConfig table = {};
   EXPECT_EQ(send_bsg_get_fcp_priority(0, &table), -EIO);
   EXPECT_EQ(send_bsg_set_fcp_priority(0, &table), -EIO);
