@@ -49,7 +49,8 @@ void fill_adapter(const hcx_host *host, HBA_ADAPTERATTRIBUTES *attr) {
   const Path dir = scsi_host_dir(host->id);
   for (const TextField &field : kAdapterTexts)
     hcx_sysfs_read_str(dir.c_str(), field.file, reinterpret_cast<char *>(attr) + field.offset, field.size);
-  if (char *sli = strstr(attr->FirmwareVersion, ", sli-")) *sli = '\0';
+  char *const end = attr->FirmwareVersion + sizeof attr->FirmwareVersion;
+  if (char *sli = strstr(attr->FirmwareVersion, ", sli-")) memset(sli, 0, static_cast<size_t>(end - sli));
   Line version;
   if (hcx_sysfs_read_str(dir.c_str(), "vosk_drvr_version", version.data(), version.size()))
     copy_version(attr->DriverVersion, version.c_str());
