@@ -11,6 +11,11 @@
   NOUN(show)               \
   NOUN(port)               \
   NOUN(lun)                \
+  NOUN(map)                \
+  NOUN(stats)              \
+  NOUN(link)               \
+  NOUN(scsi)               \
+  NOUN(metrics)            \
   NOUN(caps)               \
   NOUN(log)                \
   NOUN(version)

@@ -30,6 +30,14 @@ constexpr StatusRow hba_rows[] = {
     {12, "unavailable", kNotSupported},
 };
 
+constexpr StatusRow scsi_rows[] = {
+    {0, "sent", kDone},
+    {1, "no such LUN, or it could not be reached", kFailed},
+    {2, "cannot be carried", kNotSupported},
+    {3, "the LUN has no device node", kNoSuch},
+    {4, "no such port, or a malformed command", kNoSuch},
+};
+
 constexpr StatusRow vendor_rows[] = {
     {0, "success", kDone},
     {1, "error", kFailed},
@@ -105,6 +113,8 @@ std::span<const StatusRow> rows_of(Family family) {
   switch (family) {
     case Family::hba:
       return hba_rows;
+    case Family::scsi:
+      return scsi_rows;
     case Family::vendor:
       return vendor_rows;
     case Family::mailbox:

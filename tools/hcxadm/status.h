@@ -23,6 +23,7 @@ enum ExitStatus {
 // What a status number means depends on the call it came from.
 enum class Family {
   hba,      // calls shaped after the common HBA API
+  scsi,     // SCSI and FCP pass-through
   vendor,   // HCX_ calls
   mailbox,  // adapter mailbox status
   fcsp,     // authentication

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// A LUN that the user named, and what SCSI answers mean.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "board.h"
+
+namespace hcxadm {
+
+// Words as the user typed them.
+struct LunName {
+  std::string board;
+  std::string target;
+  std::string lun;
+};
+
+struct LunAddress {
+  Board board;
+  HBA_WWN target{};
+  uint64_t number = 0;
+  uint64_t image = 0;  // as the library takes it
+  Text device;
+
+  std::string text() const;  // "LUN 5 behind 50:06:01:60:00:00:00:01"
+};
+
+// Throws Failure when the board does not see such a LUN.
+LunAddress find_lun(Boards &boards, const LunName &name);
+// A remote port of the board.
+Port find_port(Boards &boards, const Board &board, const std::string &wwpn);
+
+// "illegal request, invalid field in CDB (5/24/00)"; empty without sense data.
+std::string sense_text(const std::vector<uint8_t> &sense);
+// What a device with this peripheral byte is: "disk", "tape", ...
+const char *device_type_name(uint8_t peripheral);
+// Sixteen bytes a line: offset, bytes, characters.
+std::string hex_dump(const std::vector<uint8_t> &data);
+std::string hex_string(const std::vector<uint8_t> &data);
+
+}  // namespace hcxadm
