@@ -13,7 +13,6 @@ std::atomic<uint32_t> ext_mbox_tag_cnt{0};
 
 namespace {
 
-constexpr char self[] = "IssueExtendedSLIConfig";
 constexpr uint32_t timeout = 330000;
 constexpr uint32_t buffer_refused = 5;
 constexpr size_t max_mse = sizeof(vosk_sli_config_emb0_subsys::mse) / sizeof(vosk_sli_config_mse);
