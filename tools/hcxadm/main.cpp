@@ -21,6 +21,7 @@ std::string own_path(const char *argv0) {
 // Does not return when all goes well.
 int execute(const std::vector<std::string> &command) {
   std::vector<char *> argv;
+  argv.reserve(command.size() + 1);
   for (const std::string &word : command)
     argv.push_back(const_cast<char *>(word.c_str()));
   argv.push_back(nullptr);

@@ -46,6 +46,12 @@ std::string joined(const Value &list) {
   return text.empty() ? "-" : text;
 }
 
+// How a column is laid out.
+struct Cell {
+  size_t width = 0;
+  bool right = false;
+};
+
 std::string padded(const std::string &text, size_t width, bool right) {
   std::string fill(width - std::min(width, width_of(text)), ' ');
   return right ? fill + text : text + fill;
@@ -102,25 +108,23 @@ void write_rows(std::ostream &out, const Table &table, Style style) {
     for (size_t i : shown)
       line.push_back(human(row.at(i), table.columns[i].kind));
   }
-  std::vector<size_t> widths(shown.size());
-  for (const auto &line : lines)
-    for (size_t i = 0; i < line.size(); ++i)
-      widths[i] = std::max(widths[i], width_of(line[i]));
+  std::vector<Cell> cells(shown.size());
+  for (size_t i = 0; i < shown.size(); ++i) {
+    cells[i].right = right_aligned(table.columns[shown[i]].kind);
+    for (const auto &line : lines)
+      cells[i].width = std::max(cells[i].width, width_of(line[i]));
+  }
+  if (!cells.empty() && !cells.back().right) cells.back().width = 0;  // no blanks at the end of a line
 
-  for (size_t l = 0; l < lines.size(); ++l) {
-    std::string text;
-    for (size_t i = 0; i < shown.size(); ++i) {
-      if (!style.align) {
-        text += (i ? "\t" : "") + lines[l][i];
-        continue;
-      }
-      const bool right = right_aligned(table.columns[shown[i]].kind);
-      const bool last = i + 1 == shown.size();
-      text += padded(lines[l][i], last && !right ? 0 : widths[i], right);
-      if (!last) text += "  ";
+  for (const std::vector<std::string> &line : lines) {
+    const bool header = &line == &lines.front();
+    if (header && style.colour) out << bold;
+    for (size_t i = 0; i < line.size(); ++i) {
+      if (i > 0) out << (style.align ? "  " : "\t");
+      out << (style.align ? padded(line[i], cells[i].width, cells[i].right) : line[i]);
     }
-    if (l == 0 && style.colour) text = bold + text + normal;
-    out << text << '\n';
+    if (header && style.colour) out << normal;
+    out << '\n';
   }
 }
 
@@ -133,10 +137,9 @@ void write_records(std::ostream &out, const Table &table, Style style) {
     for (size_t i = 0; i < table.columns.size(); ++i) {
       const Column &column = table.columns[i];
       if (column.kind == Kind::nested) continue;
-      std::string title =
-          style.align ? padded(column.title, width + 2, false) : column.title + std::string("\t");
-      if (style.colour) title = bold + title + normal;
-      out << title << human(table.rows[r].at(i), column.kind) << '\n';
+      out << (style.colour ? bold : "") << (style.align ? padded(column.title, width, false) : column.title)
+          << (style.colour ? normal : "") << (style.align ? "  " : "\t")
+          << human(table.rows[r].at(i), column.kind) << '\n';
     }
   }
 }

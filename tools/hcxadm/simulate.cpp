@@ -24,7 +24,7 @@ std::string find_hcxsim(const std::string &self, const std::function<bool(const 
     if (exists(folder + place)) return folder + place;
   for (size_t begin = 0; begin <= search.size();) {
     const size_t end = std::min(search.find(':', begin), search.size());
-    const std::string path = search.substr(begin, end - begin) + "/hcxsim";
+    std::string path = search.substr(begin, end - begin) + "/hcxsim";
     if (end > begin && exists(path)) return path;
     begin = end + 1;
   }
