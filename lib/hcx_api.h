@@ -98,6 +98,61 @@ enum offdi_masks {
   OFFDI_OFFLINE = (int)0x80000000
 };
 
+/* Board modes: the flag of SetBrdEnv(), SetDiagEnv() and HCX_SetDumpEnv(), and what they return. */
+enum set_diag_commands {
+  DDI_SHOW = 0,     /* read only */
+  DDI_ONDI = 1,     /* "online" */
+  DDI_OFFDI = 2,    /* "offline" */
+  DDI_WARMDI = 3,   /* "warm" */
+  DDI_FWDUMPDI = 4, /* "dump" */
+  DDI_DIAGDI = 5,   /* "error" */
+  DDI_UNUSED = (int)0xffffffff
+};
+
+/* One driver parameter, a row of GetCfgParam(). */
+typedef struct CFGPARAM {
+  char a_string[32];      /* name without "vosk_", with "-" for every "_" after the first character; terminated */
+  uint32_t a_low;         /* smallest value accepted */
+  uint32_t a_hi;          /* largest value accepted */
+  uint32_t a_default;     /* the driver's default */
+  uint32_t a_current;     /* current value, within a_low and a_hi; meaningful with CFG_APPLICABLE and no CFG_IGNORE */
+  uint16_t a_flag;        /* cfgparam_flags */
+  uint16_t a_changestate; /* a cfgparam_changestates */
+  char a_help[80];        /* one line of help, terminated */
+} CFGPARAM, CfgParam;
+
+enum cfgparam_flags {
+  CFG_EXPORT = 0x1,     /* to be shown to the user */
+  CFG_IGNORE = 0x2,     /* cannot be set: a request is accepted and does nothing */
+  CFG_APPLICABLE = 0x4, /* this adapter has it and its value was read */
+  CFG_COMMON = 0x8,
+  CFG_SLI4 = 0x1000,    /* what the adapter is, on rows that were read */
+  CFG_SLI3 = 0x2000,
+  CFG_FCOE = 0x4000,
+  CFG_FC = 0x8000
+};
+
+/* When a changed parameter takes effect. */
+enum cfgparam_changestates {
+  CFG_REBOOT = 0,
+  CFG_DYNAMIC = 1,  /* at once */
+  CFG_RESTART = 2,  /* when the driver is loaded again */
+  CFG_LINKRESET = 3 /* at the next reset of the link */
+};
+
+/* A loopback test: `bufSize` bytes go out from XmitBuffer and come back into RcvBuffer. */
+typedef struct LOOPBACK {
+  uint32_t bufSize;
+  void *XmitBuffer;
+  void *RcvBuffer;
+} LOOPBACK, Loopback;
+
+/* Phase of a bridge chip command. */
+enum tibra_type {
+  TIBRA_CMD = 0, /* the command; its answer brings an exchange id */
+  TIBRA_DATA = 1 /* data of the command with that exchange id */
+};
+
 /* Log categories: bits of the mask in the switch file and of libhcx_syslog()'s first argument. */
 enum log_enable {
   LOG_OFF = 0,

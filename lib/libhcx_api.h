@@ -44,6 +44,303 @@ void libhcx_syslog_enable(uint32_t enable);
 void libhcx_syslog_unlink(void);
 void libhcx_backtrace(void);
 
+/* ---- Reset and board mode ----
+ *
+ * The board is looked up among those that HCX_InitDiagEnv() numbered; only HCX_SetDumpEnv() scans an empty inventory.
+ * A reset makes the link bounce: remote ports vanish for seconds and events follow. None of these calls waits for it.
+ */
+
+/*
+ * Resets an adapter.
+ *
+ * board  board number
+ * type   1 "selective", 2 "coordinated" (all ports of the card), 3 "fw_reset" (firmware)
+ *
+ * Returns 0 requested; 1 no such board, the driver's reset switch is off, or "board_mode" could not be opened or
+ * refused a firmware reset; 4 unknown type. A firmware reset that the adapter does not support (EPERM) goes on as a
+ * selective one, a refused coordinated one is tried again as selective. Except for a reset switch that is off, a
+ * refusal by "issue_reset" is reported as 0 too: read the board mode to learn what became of it.
+ * Writes "board_mode" (type 3), "issue_reset" (the others) of the host directory.
+ * Blocks for as long as the driver takes to accept the request.
+ */
+uint32_t HCX_ResetAdapter(uint32_t board, uint32_t type);
+
+/*
+ * Sets and reads the mode of a board.
+ *
+ * board  board number
+ * flag   a set_diag_commands value other than DDI_UNUSED; DDI_SHOW only reads
+ *
+ * Returns the mode in force: `flag` itself when the driver took it, the mode read back when it refused; 0 for no such
+ * board, an unknown flag, a refused dump, or a mode that cannot be read.
+ * Writes and reads "board_mode" of the host directory.
+ * Blocks for as long as the driver takes to change the mode.
+ */
+uint32_t SetBrdEnv(uint32_t board, uint32_t flag);
+
+/*
+ * Sets the mode of every board, from board 0 up to the first that gives 0.
+ *
+ * flag  as for SetBrdEnv()
+ *
+ * Returns the last SetBrdEnv() result; 0 without any board.
+ * Writes and reads "board_mode" of each host directory.
+ * Blocks for as long as the driver takes to change the modes.
+ */
+uint32_t SetDiagEnv(uint32_t flag);
+
+/*
+ * SetBrdEnv() for dump tools, with "error" in the place of "offline".
+ *
+ * board  board number
+ * flag   as for SetBrdEnv(); DDI_OFFDI requests "error"
+ *
+ * Returns as SetBrdEnv(), with 2 for "error"; 1 for no such board (also the number of "online").
+ * Writes and reads "board_mode" of the host directory.
+ * Blocks for as long as the driver takes to change the mode.
+ */
+uint32_t HCX_SetDumpEnv(uint32_t board, uint32_t flag);
+
+/* ---- Driver parameters ---- */
+
+/*
+ * Lists the driver parameters with their current values.
+ *
+ * board     board number
+ * cfgparam  out: room for 64 rows
+ *
+ * Returns the number of rows written (16); 0 for no such board, no PCI device, or a null pointer. A parameter that
+ * the adapter lacks keeps its row, without CFG_APPLICABLE.
+ * Reads "vosk_..." of the host directory, one attribute a row, and "device" of the PCI directory.
+ * Does not block.
+ */
+uint32_t GetCfgParam(uint32_t board, CfgParam *cfgparam);
+
+/*
+ * Changes a driver parameter.
+ *
+ * board  board number
+ * idx    row of GetCfgParam()'s list
+ * value  new value; silently brought into the row's range
+ *
+ * Returns 0 set, or the row is CFG_IGNORE and nothing was done; 1 no such row, the row cannot be changed at run time,
+ * or the write failed; 12 no such board.
+ * Writes the row's attribute in the number format that it reads in: for a CFG_LINKRESET row first with "nolip " in
+ * front, which leaves the link alone, and where the driver refuses that, without, which resets it.
+ * Does not block.
+ */
+uint32_t SetCfgParam(uint32_t board, uint32_t idx, uint32_t value);
+
+/* ---- Loopback ----
+ *
+ * HCX_ConfigLoopback(), any number of HCX_RunLoopbackTest(), HCX_EndLoopback(). The port carries no traffic from the
+ * first until after the last, so end the loopback on every path.
+ */
+
+/*
+ * Puts a port into loopback.
+ *
+ * board    board number
+ * type     1 internal, with the bridge chip switched over where there is one; 2 external (loopback plug)
+ * timeout  handed to the driver, milliseconds
+ *
+ * Returns 0 done; 1 no such board, no PCI device, no SLI mode, or the bridge refused; 3 unknown type; otherwise the
+ * transport's result (a negative number in 32 bits).
+ * Sends BSG vendor command 4; before it, on PCI device 0x7b05, the three bridge commands of ConfigTibraLoopback().
+ * Blocks until the adapter answers, and a second more where there is a bridge chip.
+ */
+uint32_t HCX_ConfigLoopback(uint32_t board, uint32_t type, uint32_t timeout);
+
+/*
+ * Sends data through the loopback once.
+ *
+ * board      board number
+ * pLoopback  in: length and both buffers; out: what came back, in RcvBuffer. Comparing it is the caller's business.
+ *
+ * Returns 0 data came back; 1 no such board, no SLI mode, a null pointer, or the test failed; 2 not an FC port.
+ * Sends BSG vendor command 5.
+ * Blocks until the data is back, at most 60 seconds.
+ */
+uint32_t HCX_RunLoopbackTest(uint32_t board, Loopback *pLoopback);
+
+/*
+ * Takes a port out of loopback.
+ *
+ * board  board number
+ *
+ * Returns 0 done; 1 no such board, no PCI device, no SLI mode, or (SLI-3) the link could not be reset; on SLI-4
+ * otherwise the transport's result.
+ * SLI-4: sends BSG vendor command 10. SLI-3: unConfigTibraLoopback() on PCI device 0x7b05, then writes "issue_lip"
+ * of the fc_host directory.
+ * Blocks until the adapter answers.
+ */
+uint32_t HCX_EndLoopback(uint32_t board);
+
+/* ---- Bridge chip ----
+ *
+ * Commands are little-endian 32-bit words, the code first. Commands and responses are at most 0x54000 bytes.
+ */
+
+/*
+ * Sends a command to the bridge chip.
+ *
+ * board     board number
+ * cmd_buf   in: the command. 0x80000001 and 0x80000002 set an adapter variable by mailbox; 2 is a command of three
+ *           words (the second is the length of the data) with the data behind; any other goes to the bridge as it is
+ * cmd_size  its bytes
+ * rsp_buf   out: the response
+ * rsp_size  in: room in rsp_buf, at least 4; out: bytes received
+ *
+ * Returns 0 sent; 1 a null pointer, a buffer too short or too long, no such board, or (code 2) a length word that
+ * does not agree with cmd_size, told only after the three words went out; otherwise the transport's result. With
+ * code 2 the outcome of the data is told by the response alone.
+ * Sends BSG vendor commands 8 and 9, or MBX_SET_VARIABLE.
+ * Blocks until the bridge answers, at most 60 seconds a phase.
+ */
+uint32_t HCX_SendTibraCommand(uint32_t board, void *cmd_buf, uint32_t cmd_size, void *rsp_buf, uint32_t *rsp_size);
+
+/*
+ * Sends one phase of a bridge command.
+ *
+ * board    board number
+ * cmd_buf  in: `incnt` bytes
+ * rsp_buf  out: the response; on failures of this call its first word (processor's order) is 1 for no such board,
+ *          7 for more than 0x54000 bytes in either direction
+ * outcnt   in: room in rsp_buf, at least 4; out: bytes received
+ * xri      in/out: exchange id; the TIBRA_CMD phase gives it, the TIBRA_DATA phase takes it
+ * type     a tibra_type
+ *
+ * Returns 0 sent; 1 as above, or a null pointer or too little room; otherwise the transport's result.
+ * Sends BSG vendor command 8 (TIBRA_CMD) or 9 (TIBRA_DATA).
+ * Blocks until the bridge answers, at most 60 seconds.
+ */
+uint32_t IssueTibra(uint32_t board, void *cmd_buf, uint32_t incnt, void *rsp_buf, uint32_t *outcnt, uint32_t *xri,
+                    uint32_t type);
+
+/*
+ * Puts the bridge chip into loopback.
+ *
+ * board    board number
+ * pci_dev  in: path of the port's PCI device with its closing "/"; the PCI function in it is the bridge port, 0 or 1
+ *
+ * Returns 0 done; 1 otherwise.
+ * Sends three bridge commands: variable on, loopback of that port, variable off, in the processor's order.
+ * Blocks until the bridge answers, and one second more for it to switch over.
+ */
+uint32_t ConfigTibraLoopback(uint32_t board, char *pci_dev);
+
+/*
+ * Takes the bridge chip out of loopback.
+ *
+ * board  board number
+ *
+ * Returns 0 done; 1 otherwise.
+ * Sends one bridge command.
+ * Blocks until the bridge answers.
+ */
+uint32_t unConfigTibraLoopback(uint32_t board);
+
+/* ---- Registers, memory, PCI configuration ----
+ *
+ * For diagnosis by people who know the adapter: reading a register may clear it, writing one may stop the port.
+ * Offsets and counts are bytes and are bounded by the driver alone.
+ * Status of all: 0 done; 1 fewer bytes were transferred than asked for, or a null pointer; 12 no such board.
+ */
+
+/*
+ * Reads a control register.
+ *
+ * board   board number
+ * data    out: the word, as the driver gives it
+ * offset  of the register
+ *
+ * Returns the status above; 1 also for an unknown SLI mode; 2 for SLI-4, whose registers are not served.
+ * Reads "ctlreg" of the host directory.
+ * Does not block.
+ */
+uint32_t ReadCtlReg(uint32_t board, uint32_t *data, uint32_t offset);
+
+/*
+ * Writes a control register.
+ *
+ * board   board number
+ * data    in: the word, handed on as it is
+ * offset  of the register
+ *
+ * Returns as ReadCtlReg().
+ * Writes "ctlreg" of the host directory: the marker "ZOBT", then the word.
+ * Does not block.
+ */
+uint32_t WriteCtlReg(uint32_t board, uint32_t *data, uint32_t offset);
+
+/*
+ * Reads SLI memory.
+ *
+ * board   board number
+ * data    out: `cnt` bytes
+ * offset  of the first byte
+ * cnt     bytes
+ *
+ * Returns the status above.
+ * Reads "slimem" of the host directory.
+ * Does not block.
+ */
+uint32_t ReadMem(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt);
+
+/*
+ * Writes SLI memory.
+ *
+ * board   board number
+ * data    in: `cnt` bytes
+ * offset  of the first byte
+ * cnt     bytes
+ *
+ * Returns the status above.
+ * Writes "slimem" of the host directory.
+ * Does not block.
+ */
+uint32_t WriteMem(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt);
+
+/*
+ * Reads PCI configuration space.
+ *
+ * board   board number
+ * data    out: `cnt` bytes, little-endian as PCI has them
+ * offset  of the first byte
+ * cnt     bytes; without privileges the kernel shows the first 64 only
+ *
+ * Returns the status above.
+ * Reads "config" of the PCI directory.
+ * Does not block.
+ */
+uint32_t HCX_ReadPciCfg(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt);
+
+/* The older name of HCX_ReadPciCfg(). */
+uint32_t ReadPciCfg(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt);
+
+/*
+ * Would write PCI configuration space.
+ *
+ * board, data, offset, cnt  not looked at
+ *
+ * Returns 2, not supported, always.
+ * Sends nothing.
+ * Does not block.
+ */
+uint32_t WritePciCfg(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt);
+
+/*
+ * Reverses the bytes of each whole 32-bit word.
+ *
+ * buffer  in/out
+ * size    bytes; what is left over beyond the last whole word stays as it is
+ *
+ * Returns nothing; a null pointer changes nothing.
+ * Sends nothing.
+ * Does not block.
+ */
+void swap32_buffer(void *buffer, uint32_t size);
+
 /* ---- Driver interface ---- */
 
 /*
