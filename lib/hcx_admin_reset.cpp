@@ -30,7 +30,7 @@ Path numbered_host_dir(uint32_t board) {
 using hcx::Line;
 using hcx::Path;
 
-extern "C" uint32_t HCX_ResetAdapter(uint32_t board, uint32_t type) {
+uint32_t HCX_ResetAdapter(uint32_t board, uint32_t type) {
   HCX_TRACE();
   const Path dir = hcx::numbered_host_dir(board);
   if (dir.empty()) {
@@ -84,7 +84,7 @@ extern "C" uint32_t HCX_ResetAdapter(uint32_t board, uint32_t type) {
   return 0;
 }
 
-extern "C" uint32_t SetBrdEnv(uint32_t board, uint32_t flag) {
+uint32_t SetBrdEnv(uint32_t board, uint32_t flag) {
   HCX_TRACE();
   const Path dir = hcx::numbered_host_dir(board);
   if (dir.empty()) {
@@ -109,7 +109,7 @@ extern "C" uint32_t SetBrdEnv(uint32_t board, uint32_t flag) {
   return str2enum(mode.c_str(), hcx::board_mode_names);
 }
 
-extern "C" uint32_t SetDiagEnv(uint32_t flag) {
+uint32_t SetDiagEnv(uint32_t flag) {
   HCX_TRACE();
   uint32_t result = 0;
   for (uint32_t board = 0; board < hcx_host_count; ++board) {
@@ -119,7 +119,7 @@ extern "C" uint32_t SetDiagEnv(uint32_t flag) {
   return result;
 }
 
-extern "C" uint32_t HCX_SetDumpEnv(uint32_t board, uint32_t flag) {
+uint32_t HCX_SetDumpEnv(uint32_t board, uint32_t flag) {
   HCX_TRACE();
   if (!hcx::board_host(board)) {
     HCX_LOG(LOG_ERROR, "host not found for board %d", board);

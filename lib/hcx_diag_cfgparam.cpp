@@ -72,7 +72,7 @@ const CfgParam *hcx_variant_cfg_param(const hcx_host *host) {
 
 }  // namespace hcx
 
-extern "C" uint32_t GetCfgParam(uint32_t board, CfgParam *cfgparam) {
+uint32_t GetCfgParam(uint32_t board, CfgParam *cfgparam) {
   HCX_TRACE();
   hcx::HostRef host = hcx::board_host(board);
   if (!host || !host->pci_dev) {
@@ -101,7 +101,7 @@ extern "C" uint32_t GetCfgParam(uint32_t board, CfgParam *cfgparam) {
   return count;
 }
 
-extern "C" uint32_t SetCfgParam(uint32_t board, uint32_t idx, uint32_t value) {
+uint32_t SetCfgParam(uint32_t board, uint32_t idx, uint32_t value) {
   HCX_TRACE();
   CfgParam rows[hcx::CFGPARAM_MAX_ROWS];
   const uint32_t count = GetCfgParam(board, rows);

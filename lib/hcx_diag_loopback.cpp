@@ -42,7 +42,7 @@ bool behind_bridge(const Board &board) {
 }  // namespace
 }  // namespace hcx
 
-extern "C" uint32_t HCX_ConfigLoopback(uint32_t board, uint32_t type, uint32_t timeout) {
+uint32_t HCX_ConfigLoopback(uint32_t board, uint32_t type, uint32_t timeout) {
   HCX_TRACE();
   hcx::Board found = hcx::describe(board);
   if (!found.present || found.pci_dev.empty()) {
@@ -74,7 +74,7 @@ extern "C" uint32_t HCX_ConfigLoopback(uint32_t board, uint32_t type, uint32_t t
   return static_cast<uint32_t>(send_bsg_config_loopback(board, type, timeout));
 }
 
-extern "C" uint32_t HCX_RunLoopbackTest(uint32_t board, Loopback *pLoopback) {
+uint32_t HCX_RunLoopbackTest(uint32_t board, Loopback *pLoopback) {
   HCX_TRACE();
   int protocol = -1;
   {
@@ -102,7 +102,7 @@ extern "C" uint32_t HCX_RunLoopbackTest(uint32_t board, Loopback *pLoopback) {
   return 0;
 }
 
-extern "C" uint32_t HCX_EndLoopback(uint32_t board) {
+uint32_t HCX_EndLoopback(uint32_t board) {
   HCX_TRACE();
   const hcx::Board found = hcx::describe(board);
   if (!found.present || found.pci_dev.empty()) {

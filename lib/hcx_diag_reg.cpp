@@ -44,7 +44,7 @@ uint32_t log_no_host(const char *caller, uint32_t board) {
 }  // namespace
 }  // namespace hcx
 
-extern "C" uint32_t ReadCtlReg(uint32_t board, uint32_t *data, uint32_t offset) {
+uint32_t ReadCtlReg(uint32_t board, uint32_t *data, uint32_t offset) {
   HCX_TRACE();
   hcx::HostRef host = hcx::board_host(board);
   if (!host) return hcx::log_no_host(__func__, board);
@@ -58,7 +58,7 @@ extern "C" uint32_t ReadCtlReg(uint32_t board, uint32_t *data, uint32_t offset) 
   return 0;
 }
 
-extern "C" uint32_t WriteCtlReg(uint32_t board, uint32_t *data, uint32_t offset) {
+uint32_t WriteCtlReg(uint32_t board, uint32_t *data, uint32_t offset) {
   HCX_TRACE();
   hcx::HostRef host = hcx::board_host(board);
   if (!host) return hcx::log_no_host(__func__, board);
@@ -77,7 +77,7 @@ extern "C" uint32_t WriteCtlReg(uint32_t board, uint32_t *data, uint32_t offset)
   return 0;
 }
 
-extern "C" uint32_t ReadMem(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt) {
+uint32_t ReadMem(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt) {
   HCX_TRACE();
   hcx::HostRef host = hcx::board_host(board);
   if (!host) return hcx::log_no_host(__func__, board);
@@ -90,7 +90,7 @@ extern "C" uint32_t ReadMem(uint32_t board, uint8_t *data, uint32_t offset, uint
   return 0;
 }
 
-extern "C" uint32_t WriteMem(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt) {
+uint32_t WriteMem(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt) {
   HCX_TRACE();
   hcx::HostRef host = hcx::board_host(board);
   if (!host) return hcx::log_no_host(__func__, board);
@@ -103,7 +103,7 @@ extern "C" uint32_t WriteMem(uint32_t board, uint8_t *data, uint32_t offset, uin
   return 0;
 }
 
-extern "C" uint32_t HCX_ReadPciCfg(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt) {
+uint32_t HCX_ReadPciCfg(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt) {
   HCX_TRACE();
   hcx::HostRef host = hcx::board_host(board);
   if (!host) return hcx::log_no_host(__func__, board);
@@ -116,17 +116,17 @@ extern "C" uint32_t HCX_ReadPciCfg(uint32_t board, uint8_t *data, uint32_t offse
   return 0;
 }
 
-extern "C" uint32_t ReadPciCfg(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt) {
+uint32_t ReadPciCfg(uint32_t board, uint8_t *data, uint32_t offset, uint32_t cnt) {
   HCX_TRACE();
   return HCX_ReadPciCfg(board, data, offset, cnt);
 }
 
-extern "C" uint32_t WritePciCfg(uint32_t, uint8_t *, uint32_t, uint32_t) {
+uint32_t WritePciCfg(uint32_t, uint8_t *, uint32_t, uint32_t) {
   HCX_TRACE();
   return 2;  // the driver keeps configuration space to itself
 }
 
-extern "C" void swap32_buffer(void *buffer, uint32_t size) {
+void swap32_buffer(void *buffer, uint32_t size) {
   HCX_TRACE();
   if (!buffer) return;
   auto *bytes = static_cast<uint8_t *>(buffer);

@@ -73,8 +73,8 @@ SetupStep send_setup(uint32_t board, uint32_t *words, uint32_t bytes) {
 
 using hcx::TIBRA_MAX_BYTES;
 
-extern "C" uint32_t HCX_SendTibraCommand(uint32_t board, void *cmd_buf, uint32_t cmd_size, void *rsp_buf,
-                                         uint32_t *rsp_size) {
+uint32_t HCX_SendTibraCommand(uint32_t board, void *cmd_buf, uint32_t cmd_size, void *rsp_buf,
+                              uint32_t *rsp_size) {
   HCX_TRACE();
   if (!cmd_buf || !rsp_buf || !rsp_size || cmd_size < hcx::WORD_BYTES || *rsp_size < hcx::WORD_BYTES)
     return 1;
@@ -95,8 +95,8 @@ extern "C" uint32_t HCX_SendTibraCommand(uint32_t board, void *cmd_buf, uint32_t
   }
 }
 
-extern "C" uint32_t IssueTibra(uint32_t board, void *cmd_buf, uint32_t incnt, void *rsp_buf, uint32_t *outcnt,
-                               uint32_t *xri, uint32_t type) {
+uint32_t IssueTibra(uint32_t board, void *cmd_buf, uint32_t incnt, void *rsp_buf, uint32_t *outcnt,
+                    uint32_t *xri, uint32_t type) {
   HCX_TRACE();
   if (!cmd_buf || !rsp_buf || !outcnt || !xri || *outcnt < hcx::WORD_BYTES) return 1;
   if (!hcx::board_host(board)) {
@@ -113,7 +113,7 @@ extern "C" uint32_t IssueTibra(uint32_t board, void *cmd_buf, uint32_t incnt, vo
       send_bsg_tibra_command(board, cmd_buf, incnt, rsp_buf, outcnt, xri, static_cast<int>(type)));
 }
 
-extern "C" uint32_t ConfigTibraLoopback(uint32_t board, char *pci_dev) {
+uint32_t ConfigTibraLoopback(uint32_t board, char *pci_dev) {
   HCX_TRACE();
   const size_t length = pci_dev ? strlen(pci_dev) : 0;
   if (length < 2) {
@@ -175,7 +175,7 @@ extern "C" uint32_t ConfigTibraLoopback(uint32_t board, char *pci_dev) {
   return 0;
 }
 
-extern "C" uint32_t unConfigTibraLoopback(uint32_t board) {
+uint32_t unConfigTibraLoopback(uint32_t board) {
   HCX_TRACE();
   uint32_t words[2] = {hcx::TIBRA_CODE_VARIABLE_1, 0};
   const hcx::SetupStep step = hcx::send_setup(board, words, sizeof words);

@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Board mode, resets and driver parameters of simulated boards: what "board_mode", "issue_reset", "issue_lip"
+// and the "vosk_" parameters do when they are written. Under the machine's mutex throughout.
+#include "sim_areas.h"
+#include "sim_control.h"
+
+#include <errno.h>
+
+#include <cstdlib>
+#include <map>
+#include <optional>
+
+#include "sim_control_state.h"
+#include "sim_machine.h"
+
+namespace sim {
+
+using nlohmann::json;
+
+json &control_state(Host &host) {
+  return host.state()["control"];
+}
+
+void count_up(Host &host, const char *counter) {
+  json &state = control_state(host);
+  state[counter] = state.value(counter, 0u) + 1;
+  host.machine().touch();
+}
+
+void show_link(Host &host, bool up) {
+  host.set_scsi("link_state", up ? host.spec().link_state : "Link Down");
+  host.set_fc("port_state", up ? host.spec().port_state : "Linkdown");
+}
+
+void reset_link(Host &host) {
+  count_up(host, "link_resets");
+  if (host.spec().sli < 4) {
+    control_state(host)["loopback"] = 0;
+    show_link(host, true);
+  }
+}
+
+void configure(Host &host, const ControlSettings &s) {
+  control_state(host)["settings"] = json{{"reset_enabled", s.reset_enabled},
+                                         {"fw_reset", s.fw_reset},
+                                         {"coordinated_reset", s.coordinated_reset},
+                                         {"selective_reset", s.selective_reset},
+                                         {"mode_changes", s.mode_changes},
+                                         {"dump", s.dump},
+                                         {"nolip", s.nolip},
+                                         {"params_writable", s.params_writable},
+                                         {"loopback_plug", s.loopback_plug},
+                                         {"loopback_corrupt", s.loopback_corrupt},
+                                         {"bridge_answers", s.bridge_answers},
+                                         {"end_loopback", s.end_loopback}};
+  host.machine().touch();
+}
+
+ControlSettings control_settings(Host &host) {
+  ControlSettings s;
+  const json state = control_state(host);
+  if (!state.is_object() || !state.contains("settings")) return s;
+  const json &set = state["settings"];
+  s.reset_enabled = set.value("reset_enabled", s.reset_enabled);
+  s.fw_reset = set.value("fw_reset", s.fw_reset);
+  s.coordinated_reset = set.value("coordinated_reset", s.coordinated_reset);
+  s.selective_reset = set.value("selective_reset", s.selective_reset);
+  s.mode_changes = set.value("mode_changes", s.mode_changes);
+  s.dump = set.value("dump", s.dump);
+  s.nolip = set.value("nolip", s.nolip);
+  s.params_writable = set.value("params_writable", s.params_writable);
+  s.loopback_plug = set.value("loopback_plug", s.loopback_plug);
+  s.loopback_corrupt = set.value("loopback_corrupt", s.loopback_corrupt);
+  s.bridge_answers = set.value("bridge_answers", s.bridge_answers);
+  s.end_loopback = set.value("end_loopback", s.end_loopback);
+  return s;
+}
+
+ControlRecord control_record(Host &host) {
+  ControlRecord r;
+  const json state = control_state(host);
+  if (!state.is_object()) return r;
+  r.resets = state.value("resets", 0u);
+  r.fw_resets = state.value("fw_resets", 0u);
+  r.dumps = state.value("dumps", 0u);
+  r.link_resets = state.value("link_resets", 0u);
+  r.loopback = state.value("loopback", 0u);
+  r.bridge_loopback = state.value("bridge_loopback", false);
+  return r;
+}
+
+namespace {
+
+// A driver takes a word with or without the newline that a shell adds.
+std::string word_of(const std::string &text) {
+  return !text.empty() && text.back() == '\n' ? text.substr(0, text.size() - 1) : text;
+}
+
+void set_mode(Host &host, const std::string &mode) {
+  control_state(host)["loopback"] = 0;
+  host.set_scsi("board_mode", mode);
+  show_link(host, mode == "online");
+}
+
+int store_board_mode(Host &host, const std::string &text) {
+  const ControlSettings settings = control_settings(host);
+  const std::string word = word_of(text);
+  if (word == "fw_reset") {
+    if (!settings.reset_enabled) return -EACCES;
+    if (!settings.fw_reset || host.spec().sli < 4) return -EPERM;
+    count_up(host, "fw_resets");
+    count_up(host, "resets");
+    set_mode(host, "online");
+    return 0;
+  }
+  if (!settings.mode_changes) return -EINVAL;
+  if (word == "dump") {
+    if (!settings.dump) return -EBUSY;
+    // The firmware writes its dump and starts again.
+    count_up(host, "dumps");
+    set_mode(host, "online");
+    return 0;
+  }
+  if (word != "online" && word != "offline" && word != "warm" && word != "error") return -EINVAL;
+  set_mode(host, word);
+  return 0;
+}
+
+int store_issue_reset(Host &host, const std::string &text) {
+  const ControlSettings settings = control_settings(host);
+  const std::string word = word_of(text);
+  if (!settings.reset_enabled) return -EACCES;
+  if (word == "selective") {
+    if (!settings.selective_reset) return -EIO;
+  } else if (word != "coordinated" || !settings.coordinated_reset) {
+    return -EINVAL;
+  }
+  count_up(host, "resets");
+  set_mode(host, "online");
+  return 0;
+}
+
+struct Range {
+  uint64_t low, high;
+  bool link;  // a change resets the link, unless "nolip " stands in front
+};
+// Parameters that can be changed while the driver runs.
+const std::map<std::string, Range> &parameters() {
+  static const std::map<std::string, Range> table = {
+      {"vosk_log_verbose", {0, 0xffffffff, false}},
+      {"vosk_nodev_tmo", {1, 255, false}},
+      {"vosk_topology", {0, 6, true}},
+      {"vosk_link_speed", {0, 16, true}},
+      {"vosk_use_adisc", {0, 1, false}},
+  };
+  return table;
+}
+
+// A number as the kernel's simple parsers take it; nothing when there is more than a newline behind it.
+std::optional<uint64_t> number_of(const std::string &text) {
+  char *end = nullptr;
+  errno = 0;
+  const uint64_t value = strtoull(text.c_str(), &end, 0);
+  if (end == text.c_str() || errno != 0) return std::nullopt;
+  if (*end == '\n') ++end;
+  if (*end != '\0') return std::nullopt;
+  return value;
+}
+
+int store_parameter(Host &host, const std::string &name, const Range &range, std::string text) {
+  const ControlSettings settings = control_settings(host);
+  if (!settings.params_writable) return -EIO;
+  bool quiet = !range.link;
+  if (text.starts_with("nolip ")) {
+    if (!range.link || !settings.nolip) return -EINVAL;
+    quiet = true;
+    text.erase(0, 6);
+  }
+  const std::optional<uint64_t> value = number_of(text);
+  if (!value || *value < range.low || *value > range.high) return -EINVAL;
+  const bool hexadecimal = host.machine().vfs().text(host.scsi_dir() + name).starts_with("0x");
+  char shown[32];
+  snprintf(shown, sizeof shown, hexadecimal ? "0x%llx" : "%llu", static_cast<unsigned long long>(*value));
+  host.set_scsi(name, shown);
+  if (!quiet) reset_link(host);
+  return 0;
+}
+
+void hook_host(Host &host) {
+  if (host.spec().foreign || host.parent()) return;
+  Vfs &vfs = host.machine().vfs();
+  const std::string dir = host.scsi_dir();
+  if (vfs.exists(dir + "board_mode"))
+    vfs.on_write(dir + "board_mode",
+                 [&host](const std::string &text) { return store_board_mode(host, text); });
+  if (vfs.exists(dir + "issue_reset"))
+    vfs.on_write(dir + "issue_reset",
+                 [&host](const std::string &text) { return store_issue_reset(host, text); });
+  const std::string lip = host.fc_dir() + "issue_lip";
+  if (vfs.exists(lip))
+    vfs.on_write(lip, [&host](const std::string &text) {
+      if (word_of(text).empty()) return -EINVAL;
+      reset_link(host);
+      return 0;
+    });
+  for (const auto &[name, range] : parameters()) {
+    if (!vfs.exists(dir + name)) continue;
+    vfs.on_write(dir + name, [&host, name = name, range = range](const std::string &text) {
+      return store_parameter(host, name, range, text);
+    });
+  }
+}
+
+}  // namespace
+
+void install_board_control(Machine &machine) {
+  machine.on_host(hook_host);
+}
+
+}  // namespace sim
