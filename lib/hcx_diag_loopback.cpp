@@ -116,7 +116,7 @@ uint32_t HCX_EndLoopback(uint32_t board) {
   if (found.sli_mode == 4) return static_cast<uint32_t>(send_bsg_sli4_endloopback(board));
 
   if (hcx::behind_bridge(found)) unConfigTibraLoopback(board);
-  const hcx::Path path("/sys/class/fc_host/host%u/issue_lip", found.host_no);
+  const hcx::Path path("/sys/class/fc_host/host%d/issue_lip", static_cast<int>(found.host_no));
   HCX_LOG_PATH(path.c_str());
   hcx::Fd lip(hcx::sysio::machine().open(path.c_str(), O_WRONLY | O_TRUNC));
   if (!lip.ok()) {
