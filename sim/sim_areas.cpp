@@ -12,6 +12,9 @@ void install_areas(Machine &machine) {
   install_priority(machine);
   install_scsi(machine);
   install_statistics(machine);
+  install_board_control(machine);
+  install_loopback(machine);
+  install_registers(machine);
 }
 
 }  // namespace sim

@@ -17,5 +17,9 @@ void install_fabric(Machine &machine);
 void install_priority(Machine &machine);
 void install_scsi(Machine &machine);
 void install_statistics(Machine &machine);
+// After install_parameters(): it stands around what that installs.
+void install_board_control(Machine &machine);
+void install_loopback(Machine &machine);
+void install_registers(Machine &machine);
 
 }  // namespace sim

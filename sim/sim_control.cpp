@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Board mode, resets and driver parameters of simulated boards: what "board_mode", "issue_reset", "issue_lip"
 // and the "vosk_" parameters do when they are written. Under the machine's mutex throughout.
-#include "sim_areas.h"
 #include "sim_control.h"
+#include "sim_areas.h"
 
 #include <errno.h>
-
-#include <cstdlib>
-#include <map>
-#include <optional>
 
 #include "sim_control_state.h"
 #include "sim_machine.h"
@@ -140,50 +136,25 @@ int store_issue_reset(Host &host, const std::string &text) {
   return 0;
 }
 
-struct Range {
-  uint64_t low, high;
-  bool link;  // a change resets the link, unless "nolip " stands in front
-};
-// Parameters that can be changed while the driver runs.
-const std::map<std::string, Range> &parameters() {
-  static const std::map<std::string, Range> table = {
-      {"vosk_log_verbose", {0, 0xffffffff, false}},
-      {"vosk_nodev_tmo", {1, 255, false}},
-      {"vosk_topology", {0, 6, true}},
-      {"vosk_link_speed", {0, 16, true}},
-      {"vosk_use_adisc", {0, 1, false}},
+// Parameters whose change resets the link, unless "nolip " stands in front.
+bool is_link_parameter(const std::string &name) {
+  return name == "vosk_topology" || name == "vosk_link_speed";
+}
+
+// Puts the board's refusals and the link reset around what the driver does with a parameter anyway.
+void wrap_parameter(Host &host, const std::string &name) {
+  const std::shared_ptr<Node> node = host.machine().vfs().find(host.scsi_dir() + name);
+  if (!node || !node->handlers || !node->handlers->store) return;
+  const bool link = is_link_parameter(name);
+  node->handlers->store = [&host, link, driver = node->handlers->store](const std::string &text) {
+    const ControlSettings settings = control_settings(host);
+    if (!settings.params_writable) return -EIO;
+    const bool nolip = text.starts_with("nolip ");
+    if (nolip && (!link || !settings.nolip)) return -EINVAL;
+    const int result = driver(text);
+    if (result == 0 && link && !nolip) reset_link(host);
+    return result;
   };
-  return table;
-}
-
-// A number as the kernel's simple parsers take it; nothing when there is more than a newline behind it.
-std::optional<uint64_t> number_of(const std::string &text) {
-  char *end = nullptr;
-  errno = 0;
-  const uint64_t value = strtoull(text.c_str(), &end, 0);
-  if (end == text.c_str() || errno != 0) return std::nullopt;
-  if (*end == '\n') ++end;
-  if (*end != '\0') return std::nullopt;
-  return value;
-}
-
-int store_parameter(Host &host, const std::string &name, const Range &range, std::string text) {
-  const ControlSettings settings = control_settings(host);
-  if (!settings.params_writable) return -EIO;
-  bool quiet = !range.link;
-  if (text.starts_with("nolip ")) {
-    if (!range.link || !settings.nolip) return -EINVAL;
-    quiet = true;
-    text.erase(0, 6);
-  }
-  const std::optional<uint64_t> value = number_of(text);
-  if (!value || *value < range.low || *value > range.high) return -EINVAL;
-  const bool hexadecimal = host.machine().vfs().text(host.scsi_dir() + name).starts_with("0x");
-  char shown[32];
-  snprintf(shown, sizeof shown, hexadecimal ? "0x%llx" : "%llu", static_cast<unsigned long long>(*value));
-  host.set_scsi(name, shown);
-  if (!quiet) reset_link(host);
-  return 0;
 }
 
 void hook_host(Host &host) {
@@ -203,12 +174,8 @@ void hook_host(Host &host) {
       reset_link(host);
       return 0;
     });
-  for (const auto &[name, range] : parameters()) {
-    if (!vfs.exists(dir + name)) continue;
-    vfs.on_write(dir + name, [&host, name = name, range = range](const std::string &text) {
-      return store_parameter(host, name, range, text);
-    });
-  }
+  for (const std::string &name : vfs.names(dir))
+    if (name.starts_with("vosk_")) wrap_parameter(host, name);
 }
 
 }  // namespace

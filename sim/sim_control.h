@@ -40,5 +40,4 @@ struct ControlRecord {
 };
 ControlRecord control_record(Host &host);
 
-
 }  // namespace sim

@@ -270,7 +270,11 @@ ssize_t Machine::write(int fd, const void *buf, size_t count) {
   const std::lock_guard guard(mutex_);
   OpenFile *opened = file(fd);
   size_t limit = count;
-  if (const int rc = enter(Verb::write, opened != nullptr ? opened->path : "", &limit); rc != 0) return rc;
+  if (const int rc = enter(Verb::write, opened != nullptr ? opened->path : "", &limit); rc != 0) {
+    if (opened != nullptr && opened->real_fd < 0 && folder_.empty())
+      writes_.push_back({opened->path, std::string(static_cast<const char *>(buf), count)});
+    return rc;
+  }
   if (opened == nullptr || !wants_write(opened->flags)) return -EBADF;
   if (opened->real_fd >= 0) {
     const ssize_t put = ::write(opened->real_fd, buf, limit);

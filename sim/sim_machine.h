@@ -138,7 +138,7 @@ class Machine : public hcx::sysio::Machine {
   // Whether a line holds the text.
   bool logged(std::string_view text);
   std::string syslog_ident();
-  std::vector<Write> writes();
+  std::vector<Write> writes();  // refused ones included
   std::vector<Request> requests();
   std::vector<uint64_t> delays();  // microseconds
   // Lists for tests are kept; not where a folder is shared and the machine lives as long as its command.

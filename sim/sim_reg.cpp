@@ -85,8 +85,8 @@ void hook_host(Host &host) {
     registers.push_back(static_cast<char>(i));
   auto ctlreg = std::make_shared<Memory>(host, "ctlreg", registers);
   Node &reg_node = vfs.put_binary(host.scsi_dir() + "ctlreg", "", 0600, kRegisterBytes);
-  reg_node.hooks().read_at = [&host, ctlreg](uint64_t offset, void *buf, size_t count) -> ssize_t {
-    return host.spec().sli >= 4 ? -EPERM : ctlreg->read(offset, buf, count);
+  reg_node.hooks().read_at = [ctlreg](uint64_t offset, void *buf, size_t count) -> ssize_t {
+    return ctlreg->read(offset, buf, count);
   };
   reg_node.hooks().write_at = [&host, ctlreg](uint64_t offset, const void *buf, size_t count) {
     return write_register(host, *ctlreg, offset, buf, count);
