@@ -104,9 +104,10 @@ TEST_F(Parameters, ChangesWriteOnlyWhatTheyMust) {
     machine.clear_records();
     EXPECT_EQ(SetCfgParam(c.board, c.row, c.value), c.result);
     EXPECT_EQ(written(), c.written);
-    if (c.result == 1)
+    if (c.result == 1) {
       EXPECT_TRUE(machine.logged("SetCfgParam - board 0 idx " + std::to_string(static_cast<int>(c.row)) +
                                  " changestate not dyanamic or linkreset "));
+    }
     expect_nothing_held();
   }
   EXPECT_EQ(sim::control_record(host).link_resets, 0U);

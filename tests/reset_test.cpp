@@ -134,10 +134,10 @@ TEST_P(Reset, LeadsTo) {
             c.result == 0 && c.type != 3 ? true : machine.logged("fall back to selective"));
   expect_nothing_held();
 }
-INSTANTIATE_TEST_SUITE_P(All, Reset, ::testing::ValuesIn(reset_cases), [](const auto &info) {
-  std::string name = info.param.name;
-  for (char &c : name)
-    if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+INSTANTIATE_TEST_SUITE_P(All, Reset, ::testing::ValuesIn(reset_cases), [](const auto &c) {
+  std::string name = c.param.name;
+  for (char &letter : name)
+    if (!isalnum(static_cast<unsigned char>(letter))) letter = '_';
   return name;
 });
 
