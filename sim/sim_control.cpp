@@ -14,7 +14,9 @@ namespace sim {
 using nlohmann::json;
 
 json &control_state(Host &host) {
-  return host.state()["control"];
+  json &state = host.state()["control"];
+  if (!state.is_object()) state = json::object();
+  return state;
 }
 
 void count_up(Host &host, const char *counter) {
@@ -55,7 +57,7 @@ void configure(Host &host, const ControlSettings &s) {
 ControlSettings control_settings(Host &host) {
   ControlSettings s;
   const json state = control_state(host);
-  if (!state.is_object() || !state.contains("settings")) return s;
+  if (!state.contains("settings")) return s;
   const json &set = state["settings"];
   s.reset_enabled = set.value("reset_enabled", s.reset_enabled);
   s.fw_reset = set.value("fw_reset", s.fw_reset);
@@ -75,7 +77,6 @@ ControlSettings control_settings(Host &host) {
 ControlRecord control_record(Host &host) {
   ControlRecord r;
   const json state = control_state(host);
-  if (!state.is_object()) return r;
   r.resets = state.value("resets", 0u);
   r.fw_resets = state.value("fw_resets", 0u);
   r.dumps = state.value("dumps", 0u);
