@@ -16,6 +16,12 @@
   NOUN(link)               \
   NOUN(scsi)               \
   NOUN(metrics)            \
+  NOUN(param)              \
+  NOUN(loopback)           \
+  NOUN(reg)                \
+  NOUN(pci)                \
+  NOUN(reset)              \
+  NOUN(mode)               \
   NOUN(caps)               \
   NOUN(log)                \
   NOUN(version)
