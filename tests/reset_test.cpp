@@ -8,7 +8,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-struct ResetCase {
+struct ResetCase {  // NOLINT(clang-analyzer-optin.performance.Padding): in the order of the events
   const char *name;
   uint32_t type;
   std::vector<sim::Fault> faults;
@@ -162,7 +162,7 @@ TEST_F(ControlTest, ResetKnowsOnlyNumberedBoards) {
   EXPECT_TRUE(machine.logged("SetBrdEnv - host not found for board 1"));
 }
 
-struct ModeCase {
+struct ModeCase {  // NOLINT(clang-analyzer-optin.performance.Padding): in the order of the events
   const char *before;
   uint32_t flag;
   std::vector<sim::Fault> faults;
