@@ -24,9 +24,8 @@ struct Board {
   Text<PATH_MAX> pci_dev;
 };
 
-Board describe(uint32_t board) {
+Board describe(HostRef host) {
   Board out;
-  HostRef host = board_host(board);
   if (!host) return out;
   out.present = true;
   out.host_no = host->id;
@@ -44,7 +43,7 @@ bool behind_bridge(const Board &board) {
 
 uint32_t HCX_ConfigLoopback(uint32_t board, uint32_t type, uint32_t timeout) {
   HCX_TRACE();
-  hcx::Board found = hcx::describe(board);
+  hcx::Board found = hcx::describe(hcx::board_host(board));
   if (!found.present || found.pci_dev.empty()) {
     HCX_LOG(LOG_ERROR, "no host on board %d", board);
     return 1;
@@ -55,7 +54,7 @@ uint32_t HCX_ConfigLoopback(uint32_t board, uint32_t type, uint32_t timeout) {
   }
   switch (type) {
     case hcx::LOOPBACK_INTERNAL:
-      found = hcx::describe(board);
+      found = hcx::describe(hcx::board_host(board));
       if (!found.present || found.pci_dev.empty()) {
         HCX_LOG(LOG_ERROR, "board %d invalid inside switch", board);
         return 1;
@@ -104,7 +103,10 @@ uint32_t HCX_RunLoopbackTest(uint32_t board, Loopback *pLoopback) {
 
 uint32_t HCX_EndLoopback(uint32_t board) {
   HCX_TRACE();
-  const hcx::Board found = hcx::describe(board);
+  hcx::Board found = hcx::describe(hcx::board_host(board));
+  // A rescan that read only a part leaves gaps until the next one. Leaving loopback is worth another look.
+  if (found.present && (found.pci_dev.empty() || found.sli_mode < 1))
+    found = hcx::describe(hcx::rescan(hcx::board_host(board)));
   if (!found.present || found.pci_dev.empty()) {
     HCX_LOG(LOG_ERROR, "no host on board %d", board);
     return 1;

@@ -17,6 +17,10 @@ struct ResetCase {  // NOLINT(clang-analyzer-optin.performance.Padding): in the 
   Texts logged;
 };
 
+void PrintTo(const ResetCase &c, std::ostream *out) {
+  *out << c.name;
+}
+
 sim::Fault refuse(const char *attribute, int error, int nth = 1, bool persistent = false) {
   return {.verb = sim::Verb::write, .path = attribute, .nth = nth, .persistent = persistent, .error = error};
 }
