@@ -69,20 +69,28 @@ Port port_of_record(const hcx_port &record) {
   return port;
 }
 
-// The library says only that it did not start. Adapters that a scan finds nevertheless did not answer.
-void explain_failed_start() {
-  uint32_t hosts = hcx_host_list ? hcx_host_count : hcx_sysfs_scan_hosts(&hcx_host_list);
+// Stopping the library deletes the switch file of the log, and so do starts that fail late. A command must not switch
+// logging off for the whole machine.
+void stop_library(uint32_t log_mask) {
   HCX_FreeDiagEnv();
-  if (hosts == 0) return;
-  std::string todo =
-      geteuid() != 0 ? "run as root" : "look at the kernel log, or at syslog after \"hcxadm log set all\"";
-  throw Failure({.status = geteuid() != 0 ? kRefused : kFailed,
-                 .tried = "starting the library on " + std::to_string(hosts) + " adapter port" +
-                          (hosts == 1 ? "" : "s"),
-                 .board = {},
-                 .code = {},
-                 .name = "the driver did not answer the query for its management version",
-                 .todo = todo});
+  if (log_mask != LOG_OFF) libhcx_syslog_enable(log_mask);
+}
+
+// The library says only that it did not start. Adapters that a scan finds nevertheless did not answer.
+uint32_t hosts_in_spite_of_failure() {
+  return hcx_host_list ? hcx_host_count : hcx_sysfs_scan_hosts(&hcx_host_list);
+}
+
+Failure start_failure(uint32_t hosts) {
+  const bool root = geteuid() == 0;
+  return Failure(
+      {.status = root ? kFailed : kRefused,
+       .tried =
+           "starting the library on " + std::to_string(hosts) + " adapter port" + (hosts == 1 ? "" : "s"),
+       .board = {},
+       .code = {},
+       .name = "the driver did not answer the query for its management version",
+       .todo = root ? "look at the kernel log, or at syslog after \"hcxadm log set all\"" : "run as root"});
 }
 
 bool names_board(const Board &board, const std::string &name) {
@@ -120,19 +128,20 @@ void HostLock::release() {
 void Boards::up() {
   if (tried_) return;
   tried_ = true;
-  // Stopping the library deletes the switch file; a failed start stops it as well.
-  log_mask_ = current_log_mask();
+  const uint32_t log_mask = current_log_mask();
   std::vector<hcx_brdinfo> records(64);
   uint32_t hosts = HCX_InitDiagEnv(records.data(), static_cast<uint32_t>(records.size()));
   if (hosts > records.size()) {
     records.resize(hosts);
     hosts = HCX_InitDiagEnv(records.data(), static_cast<uint32_t>(records.size()));
   }
-  up_ = true;
   if (hosts == 0) {
-    explain_failed_start();
+    hosts = hosts_in_spite_of_failure();
+    stop_library(log_mask);
+    if (hosts > 0) throw start_failure(hosts);
     return;
   }
+  up_ = true;
   // Hosts without a PCI device are counted but get no board number.
   for (uint32_t i = 0; i < hosts && i < records.size(); ++i) {
     HostLock host(static_cast<int>(i));
@@ -143,9 +152,7 @@ void Boards::up() {
 void Boards::down() {
   if (!up_) return;
   up_ = false;
-  log_mask_ |= libhcx_logging_enable;
-  HCX_FreeDiagEnv();
-  if (log_mask_ != 0) libhcx_syslog_enable(log_mask_);
+  stop_library(current_log_mask());
   boards_.clear();
 }
 

@@ -96,7 +96,6 @@ class Boards {
   void up();
   bool tried_ = false;
   bool up_ = false;
-  uint32_t log_mask_ = 0;
   std::vector<Board> boards_;
 };
 

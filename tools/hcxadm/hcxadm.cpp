@@ -282,6 +282,7 @@ int run(const std::vector<std::string> &args, std::istream &in, std::ostream &ou
   root.require_subcommand(1);
   root.set_version_flag("--version", HCXADM_VERSION);
   add_global_options(root, ctx);
+  root.footer("\nThe options of \"hcxadm --help\" work here as well.");  // subcommands inherit it
   for (auto add : noun_table)
     add(root, ctx);
   add_words(root, ctx);

@@ -5,47 +5,44 @@
 
 _hcxadm() {
   local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
-  local tool=${COMP_WORDS[0]} word words boards i
+  local tool=${COMP_WORDS[0]} word value words values i
   local -a path=() machine=()
   COMPREPLY=()
 
   # "=" is a word of its own in COMP_WORDS.
-  if [[ $cur == = ]]; then
-    prev=${COMP_WORDS[COMP_CWORD-1]} cur=
-  elif [[ $prev == = ]]; then
-    prev=${COMP_WORDS[COMP_CWORD-2]}
+  [[ $cur == = ]] && cur=
+  if [[ $prev == = ]]; then
+    prev=${COMP_WORDS[COMP_CWORD-2]}=
+  elif [[ ${COMP_WORDS[COMP_CWORD]} == = ]]; then
+    prev+="="
   fi
   case $prev in
-    -o | --output)
+    -o | --output | --output=)
       mapfile -t COMPREPLY < <(compgen -W 'table json' -- "$cur")
       return
       ;;
-    --state)
+    --state | --state=)
       mapfile -t COMPREPLY < <(compgen -d -- "$cur")
       return
       ;;
+    --*=)
+      mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+      return
+      ;;
   esac
-  if [[ $prev == --simulate && ${COMP_WORDS[COMP_CWORD]} == = || ${COMP_WORDS[COMP_CWORD-1]} == = ]]; then
-    mapfile -t COMPREPLY < <(compgen -f -- "$cur")
-    return
-  fi
 
   for ((i = 1; i < COMP_CWORD; i++)); do
-    word=${COMP_WORDS[i]}
+    word=${COMP_WORDS[i]} value=
+    if [[ ${COMP_WORDS[i+1]} == = ]]; then
+      value=${COMP_WORDS[i+2]}
+      ((i += 2))
+    elif [[ $word == --state || $word == --output || $word == -o ]]; then
+      value=${COMP_WORDS[i+1]}
+      ((i++))
+    fi
     case $word in
-      --simulate)
-        if [[ ${COMP_WORDS[i+1]} == = ]]; then
-          machine+=("--simulate=${COMP_WORDS[i+2]}")
-          ((i += 2))
-        else
-          machine+=(--simulate)
-        fi
-        ;;
-      --state)
-        machine+=(--state "${COMP_WORDS[i+1]}")
-        ((i++))
-        ;;
-      -o | --output) ((i++)) ;;
+      --simulate) machine+=("--simulate${value:+=$value}") ;;
+      --state) machine+=(--state "$value") ;;
       -*) ;;
       *) path+=("$word") ;;
     esac
@@ -53,14 +50,21 @@ _hcxadm() {
 
   words=$("$tool" words "${path[@]}" 2>/dev/null)
   if [[ $'\n'$words$'\n' == *$'\n'BOARD$'\n'* && $cur != -* ]]; then
-    boards=$("$tool" "${machine[@]}" --output json list 2>/dev/null |
+    values=$("$tool" "${machine[@]}" --output json list 2>/dev/null |
       sed -n 's/^ *"board": \([0-9]*\),$/\1/p; s/^ *"host": "\(host[0-9]*\)",$/\1/p')
     # After the board has been given, nothing is offered for it again.
-    [[ ${path[-1]:-} =~ ^([0-9]+|host[0-9]+)$ ]] && boards=
+    [[ ${path[-1]:-} =~ ^([0-9]+|host[0-9]+)$ ]] && values=
   fi
-  # Names in capitals stand for something to fill in.
-  words=$(grep -v '^[A-Z]' <<<"$words")
-  mapfile -t COMPREPLY < <(compgen -W "$words $boards" -- "$cur")
+  if [[ $'\n'$words$'\n' == *$'\n'CATEGORY$'\n'* && $cur != -* ]]; then
+    values=$("$tool" log 2>/dev/null | cut -f 1 | grep -v CATEGORY)
+  fi
+  # Names in capitals stand for something to fill in; options are offered when they are asked for.
+  if [[ $cur == -* ]]; then
+    words=$(grep '^-' <<<"$words")
+  else
+    words=$(grep -v '^[-A-Z]' <<<"$words")
+  fi
+  mapfile -t COMPREPLY < <(compgen -W "$words $values" -- "$cur")
   [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == --simulate ]] && compopt -o nospace 2>/dev/null
   return 0
 }
