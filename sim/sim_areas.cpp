@@ -10,6 +10,7 @@ void install_areas(Machine &machine) {
   install_mailbox(machine);
   install_fabric(machine);
   install_priority(machine);
+  install_vports(machine);
   install_scsi(machine);
   install_statistics(machine);
   install_board_control(machine);

@@ -15,6 +15,7 @@ void install_parameters(Machine &machine);
 void install_mailbox(Machine &machine);
 void install_fabric(Machine &machine);
 void install_priority(Machine &machine);
+void install_vports(Machine &machine);
 void install_scsi(Machine &machine);
 void install_statistics(Machine &machine);
 // After install_parameters(): it stands around what that installs.

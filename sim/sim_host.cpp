@@ -128,6 +128,10 @@ PciAddress parse_pci(const std::string &text) {
   return pci;
 }
 
+std::string vport_entry(const Host &vport) {
+  return "vport-" + std::to_string(vport.parent()->number()) + ":0-" + std::to_string(vport.vport()->number);
+}
+
 void little_endian(std::string &bytes, size_t offset, uint64_t value, size_t width) {
   for (size_t i = 0; i < width; i++)
     bytes[offset + i] = static_cast<char>(value >> (8 * i));
@@ -177,13 +181,14 @@ std::string put_class(Machine &machine, const std::string &device_dir, const std
   return dir + "/";
 }
 
-Host::Host(Machine &machine, HostSpec spec, Host *parent, const VportSpec *vport, int vport_number)
-    : machine_(machine), spec_(std::move(spec)), parent_(parent), vport_number_(vport_number) {
+Host::Host(Machine &machine, HostSpec spec, Host *parent, const VportSpec *vport)
+    : machine_(machine), spec_(std::move(spec)), parent_(parent) {
   if (vport != nullptr) {
     vport_ = std::make_unique<VportSpec>(*vport);
-    vpi_ = vport_number + 1;
+    vpi_ = vport->number + 1;
   }
   complete_spec();
+  if (vport_) vport_->host_number = spec_.number;
   build();
 }
 
@@ -195,6 +200,7 @@ void Host::complete_spec() {
       spec_.number = machine_.next_host_number();
     } while (machine_.host(spec_.number) != nullptr);
   }
+  machine_.take_host_number(spec_.number);
   const bool fcoe = spec_.protocol == "fcoe";
   const auto n = static_cast<uint64_t>(spec_.number);
   auto text = [](std::string &field, const char *value) {
@@ -243,11 +249,13 @@ std::string Host::pci_dir() const {
 }
 
 std::string Host::device_dir() const {
-  if (parent_ != nullptr) {
-    return parent_->device_dir() + "vport-" + std::to_string(parent_->number()) + ":0-" +
-           std::to_string(vport_number_) + "/" + name() + "/";
-  }
-  return pci_dir() + name() + "/";
+  if (parent_ == nullptr) return pci_dir() + name() + "/";
+  if (machine_.generation() < 2) return parent_->device_dir() + name() + "/";
+  return parent_->device_dir() + vport_entry(*this) + "/" + name() + "/";
+}
+
+std::string Host::vport_dir() const {
+  return "/sys/class/fc_vports/" + vport_entry(*this) + "/";
 }
 
 void Host::build() {
@@ -471,8 +479,7 @@ void Host::build_bsg() {
 
 void Host::build_vport() {
   if (machine_.generation() < 2) return;
-  const std::string entry =
-      "vport-" + std::to_string(parent_->number()) + ":0-" + std::to_string(vport_number_);
+  const std::string entry = vport_entry(*this);
   const std::string dir = put_class(machine_, parent_->device_dir() + entry + "/", "fc_vports", entry);
   const std::string name_of_port = vport_->name;
   auto put = [&](const char *attribute, const std::string &value, mode_t mode = 0444) {
@@ -503,8 +510,11 @@ void Host::unbuild() {
     if (!spec_.foreign) vfs.remove(pci_dir());
     return;
   }
-  const std::string entry =
-      "vport-" + std::to_string(parent_->number()) + ":0-" + std::to_string(vport_number_);
+  if (machine_.generation() < 2) {
+    vfs.remove(device_dir());
+    return;
+  }
+  const std::string entry = vport_entry(*this);
   vfs.remove("/sys/class/fc_vports/" + entry);
   vfs.remove(parent_->device_dir() + entry);
 }
@@ -575,23 +585,24 @@ void Host::add_fabric_ports() {
 Host &Host::add_vport(VportSpec vport) {
   const std::lock_guard guard(machine_.mutex());
   HostSpec spec = spec_;
-  const int number = next_vport_++;
+  if (vport.number < 0) vport.number = next_vport_;
+  const int number = vport.number;
+  next_vport_ = std::max(next_vport_, number + 1);
   if (vport.wwpn == 0) vport.wwpn = spec_.wwpn + (static_cast<uint64_t>(number + 1) << 48);
   if (vport.wwnn == 0) vport.wwnn = vport.wwpn + 0x1000000000000000;
   spec.number = vport.host_number;
   spec.wwpn = vport.wwpn;
   spec.wwnn = vport.wwnn;
-  spec.port_id = vport.port_id != 0 ? vport.port_id : spec_.port_id + static_cast<uint32_t>(number) + 1;
+  if (vport.port_id == 0) vport.port_id = spec_.port_id + static_cast<uint32_t>(number) + 1;
+  spec.port_id = vport.port_id;
   spec.npiv = "NPIV Virtual (VPI " + std::to_string(number + 1) + ")";
   spec.port_type = "NPIV VPORT";
   spec.unique_id = -1;
-  machine_.hosts_.push_back(std::make_unique<Host>(machine_, std::move(spec), this, &vport, number));
+  machine_.hosts_.push_back(std::make_unique<Host>(machine_, std::move(spec), this, &vport));
   Host &made = *machine_.hosts_.back();
   for (auto &hook : machine_.host_hooks_)
     hook(made);
-  const std::string used = std::to_string(vports().size());
-  set_scsi("used_vpi", used);
-  if (machine_.generation() >= 1) set_fc("npiv_vports_inuse", used);
+  count_vports();
   return made;
 }
 
@@ -600,12 +611,18 @@ bool Host::remove_vport(uint64_t wwpn, uint64_t wwnn) {
   for (Host *vport : vports()) {
     if (vport->spec().wwpn != wwpn || vport->spec().wwnn != wwnn) continue;
     machine_.remove_host(vport->number());
-    const std::string used = std::to_string(vports().size());
-    set_scsi("used_vpi", used);
-    if (machine_.generation() >= 1) set_fc("npiv_vports_inuse", used);
+    count_vports();
     return true;
   }
   return false;
+}
+
+void Host::count_vports() {
+  const std::string used = std::to_string(vports().size()) + "\n";
+  for (const std::string &path :
+       {scsi_dir() + "used_vpi", scsi_dir() + "npiv_vports_inuse", fc_dir() + "npiv_vports_inuse"}) {
+    if (auto node = machine_.vfs().find(path)) node->data = used;
+  }
 }
 
 std::vector<Host *> Host::vports() {

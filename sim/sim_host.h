@@ -88,6 +88,7 @@ struct VportSpec {
   std::string name = {};  // symbolic name
   uint32_t port_id = 0;   // the parent's plus the VPI when 0
   int host_number = -1;   // by arrival when -1
+  int number = -1;        // the last number of vport-H:0-N, by arrival when -1
 };
 
 class Lun {
@@ -153,7 +154,7 @@ class Rport {
 
 class Host {
  public:
-  Host(Machine &machine, HostSpec spec, Host *parent, const VportSpec *vport, int vport_number);
+  Host(Machine &machine, HostSpec spec, Host *parent, const VportSpec *vport);
   ~Host();
   Host(const Host &) = delete;
   Host &operator=(const Host &) = delete;
@@ -164,11 +165,14 @@ class Host {
   [[nodiscard]] Host *parent() const { return parent_; }  // null for a physical port
   [[nodiscard]] int vpi() const { return vpi_; }          // 0 for a physical port
 
+  [[nodiscard]] const VportSpec *vport() const { return vport_.get(); }  // null for a physical port
+
   // Directories; all end in "/".
   [[nodiscard]] std::string scsi_dir() const { return "/sys/class/scsi_host/" + name() + "/"; }
   [[nodiscard]] std::string fc_dir() const { return "/sys/class/fc_host/" + name() + "/"; }
   [[nodiscard]] std::string pci_dir() const;     // the PCI function, under /sys/devices
   [[nodiscard]] std::string device_dir() const;  // the host's own directory, under /sys/devices
+  [[nodiscard]] std::string vport_dir() const;   // the entry of a virtual port in fc_vports
   [[nodiscard]] std::string bsg_path() const { return "/dev/bsg/fc_" + name(); }
 
   // Text of an attribute, newline added; kept in the state.
@@ -186,6 +190,8 @@ class Host {
   // Removes a virtual port and its host; false when there is none of these names.
   bool remove_vport(uint64_t wwpn, uint64_t wwnn);
   std::vector<Host *> vports();
+  // Brings the counts of virtual ports in use up to date.
+  void count_vports();
   // The fabric's own ports (fabric port, name server, fabric controller, management server).
   void add_fabric_ports();
 
@@ -216,7 +222,7 @@ class Host {
   Machine &machine_;
   HostSpec spec_;
   Host *parent_;
-  int vpi_ = 0, vport_number_ = -1;
+  int vpi_ = 0;
   std::unique_ptr<VportSpec> vport_;
   std::vector<std::unique_ptr<Rport>> rports_;
   std::map<std::type_index, std::any> areas_;

@@ -75,7 +75,7 @@ void Machine::driver_version(uint32_t major, uint32_t minor) {
 
 Host &Machine::add_host(HostSpec spec) {
   const std::lock_guard guard(mutex_);
-  hosts_.push_back(std::make_unique<Host>(*this, std::move(spec), nullptr, nullptr, -1));
+  hosts_.push_back(std::make_unique<Host>(*this, std::move(spec), nullptr, nullptr));
   Host &host = *hosts_.back();
   for (auto &hook : host_hooks_)
     hook(host);
@@ -99,6 +99,11 @@ Host *Machine::host(int number) {
     if (host->number() == number) return host.get();
   }
   return nullptr;
+}
+
+bool Machine::is_there(const Host *host) {
+  const std::lock_guard guard(mutex_);
+  return std::any_of(hosts_.begin(), hosts_.end(), [&](auto &h) { return h.get() == host; });
 }
 
 std::vector<Host *> Machine::hosts() {
@@ -238,6 +243,7 @@ ssize_t Machine::read(int fd, void *buf, size_t count) {
     return got < 0 ? -errno : got;
   }
   Node &node = *opened->node;
+  if (node.removed && (node.sysfs || node.kind == NodeKind::device)) return -ENODEV;
   if (node.kind == NodeKind::dir) return -EISDIR;
   if (node.kind == NodeKind::device) return -EINVAL;
   const auto offset = static_cast<size_t>(opened->position);
@@ -289,6 +295,7 @@ ssize_t Machine::write(int fd, const void *buf, size_t count) {
 ssize_t Machine::write_node(OpenFile &opened, const void *buf, size_t count) {
   const std::shared_ptr<Node> keep = opened.node;  // a store may remove its own attribute
   Node &node = *keep;
+  if (node.removed && (node.sysfs || node.kind == NodeKind::device)) return -ENODEV;
   if (node.kind == NodeKind::device) return -EINVAL;
   const auto *bytes = static_cast<const char *>(buf);
   if (node.kind == NodeKind::text && node.sysfs) {
@@ -418,6 +425,7 @@ int Machine::ioctl(int fd, unsigned long request, void *arg) {
   const std::shared_ptr<Node> node = opened->node;
   if (!node->handlers || !node->handlers->ioctl) return -ENOTTY;
   const StateLock state_lock(*this);
+  if (node->removed) return -ENODEV;  // also when another process has just removed it
   return node->handlers->ioctl(*opened, request, arg);
 }
 

@@ -10,6 +10,7 @@
 // removed.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -103,6 +104,7 @@ class Machine : public hcx::sysio::Machine {
   void remove_host(int number);
   Host *host(int number);  // null when there is none
   std::vector<Host *> hosts();
+  bool is_there(const Host *host);
   Vfs &vfs() { return vfs_; }
   Bsg &bsg() { return bsg_; }
   // Called for every host that is there and every one that comes, virtual ones included: an area's way to add
@@ -118,6 +120,7 @@ class Machine : public hcx::sysio::Machine {
   int next_tape() { return tape_count_++; }
   int next_bsg_minor() { return bsg_count_++; }
   int next_host_number() { return host_count_++; }
+  void take_host_number(int number) { host_count_ = std::max(host_count_, number + 1); }
   // Whether the caller is the superuser; not being it, only what all may read can be read.
   bool superuser = true;
 

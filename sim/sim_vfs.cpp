@@ -27,6 +27,14 @@ std::vector<std::string_view> split(std::string_view path) {
   return parts;
 }
 
+// Nothing below is filled any more either: its makers may go away with the device.
+void mark_removed(Node &node) {
+  node.removed = true;
+  node.populate = nullptr;
+  for (auto &[key, child] : node.children)
+    mark_removed(*child);
+}
+
 std::pair<uint32_t, std::string_view> key_view(std::string_view name) {
   return {Node::NameOrder::hash(name), name};
 }
@@ -205,6 +213,7 @@ bool Vfs::remove(std::string_view path) {
   dir->fill();
   auto it = dir->children.find(key_view(path.substr(slash + 1)));
   if (it == dir->children.end()) return false;
+  mark_removed(*it->second);
   dir->children.erase(it);
   return true;
 }

@@ -53,10 +53,11 @@ struct Node {
   using Children = std::map<std::pair<uint32_t, std::string>, std::shared_ptr<Node>, NameOrder>;
 
   NodeKind kind = NodeKind::dir;
-  bool sysfs = false;  // attribute rules (one store per write, permission bits bind root too)
-  mode_t mode = 0755;  // permission bits
-  int64_t size = -1;   // what stat shows; -1: 4096 for an attribute, the data's size for a plain file
-  std::string data;    // text, bytes, or a link's target
+  bool removed = false;  // gone from the tree, though somebody may hold it open
+  bool sysfs = false;    // attribute rules (one store per write, permission bits bind root too)
+  mode_t mode = 0755;    // permission bits
+  int64_t size = -1;     // what stat shows; -1: 4096 for an attribute, the data's size for a plain file
+  std::string data;      // text, bytes, or a link's target
   Children children;
   std::function<void()> populate;  // run before the first look into a directory, then dropped
   std::unique_ptr<NodeHandlers> handlers;

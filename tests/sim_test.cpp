@@ -169,4 +169,58 @@ TEST(SimState, IsSharedByTheMachinesOnAFolder) {
   std::filesystem::remove_all(folder);
 }
 
+TEST(SimVports, ComeAndGoThroughSysfs) {
+  const struct {
+    int generation;
+    std::string dir, create, scsi_link;
+  } rows[] = {
+      {2, "/sys/class/fc_host/host3/", "2001000000000001:2101000000000001\n",
+       "../../devices/pci0000:00/0000:00:04.0/0000:04:00.0/host3/vport-3:0-0/host4/scsi_host/host4"},
+      {1, "/sys/class/scsi_host/host3/", "2001000000000001:2101000000000001 db1\n", "error 22"},
+  };
+  for (const auto &row : rows) {
+    sim::Machine m;
+    m.generation(row.generation);
+    m.add_host({.number = 3, .pci = "0000:04:00.0", .max_vports = 1});
+    for (const char *bad : {"2001000000000001\n", "2001000000000001-2101000000000001",
+                            "x001000000000001:2101000000000001", "0000000000000000:0000000000000000"}) {
+      EXPECT_EQ(write_all(m, row.dir + "vport_create", bad), -EINVAL) << bad;
+    }
+    const auto size = static_cast<int>(row.create.size());
+    EXPECT_EQ(write_all(m, row.dir + "vport_create", row.create), size);
+    EXPECT_EQ(link(m, "/sys/class/scsi_host/host4"), row.scsi_link);
+    EXPECT_EQ(read_all(m, "/sys/class/scsi_host/host4/npiv_info"), "NPIV Virtual (VPI 1)\n");
+    EXPECT_EQ(read_all(m, "/sys/class/fc_host/host4/port_name"), "0x2001000000000001\n");
+    EXPECT_EQ(m.stat("/sys/class/fc_host/host4/issue_lip", nullptr), -ENOENT);
+    EXPECT_EQ(read_all(m, row.dir + "npiv_vports_inuse"), "1\n");
+    EXPECT_EQ(write_all(m, row.dir + "vport_create", "2002000000000001:2102000000000001"), -ENOSPC);
+    EXPECT_EQ(write_all(m, row.dir + "vport_delete", "2001000000000001:2102000000000001"), -ENODEV);
+    const int held = m.open("/sys/class/scsi_host/host4/fwrev", O_RDONLY, 0);
+    EXPECT_EQ(write_all(m, row.dir + "vport_delete", "2001000000000001:2101000000000001"), 33);
+    char byte;
+    EXPECT_EQ(m.read(held, &byte, 1), -ENODEV);
+    m.close(held);
+    EXPECT_EQ(m.stat("/sys/class/scsi_host/host4", nullptr), -ENOENT);
+    EXPECT_EQ(read_all(m, row.dir + "npiv_vports_inuse"), "0\n");
+  }
+}
+
+TEST(SimVports, AreSeenByTheOtherMachineOnAFolder) {
+  char folder[] = "/tmp/hcxsim-test-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  {
+    sim::Machine a, b;
+    for (sim::Machine *m : {&a, &b}) {
+      sim::default_san(*m);  // with host12, a virtual port of host2
+      m->use_state(folder);
+    }
+    EXPECT_EQ(write_all(a, "/sys/class/fc_host/host2/vport_create", "2002000000000001:2102000000000001"), 33);
+    EXPECT_EQ(read_all(b, "/sys/class/fc_vports/vport-2:0-1/port_name"), "0x2002000000000001\n");
+    EXPECT_EQ(write_all(b, "/sys/class/fc_vports/vport-2:0-0/vport_delete", "1\n"), 2);
+    EXPECT_EQ(a.stat("/sys/class/scsi_host/host12", nullptr), -ENOENT);
+    EXPECT_EQ(read_all(a, "/sys/class/fc_host/host2/npiv_vports_inuse"), "1\n");
+  }
+  std::filesystem::remove_all(folder);
+}
+
 }  // namespace

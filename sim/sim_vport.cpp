@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Making and removing virtual ports through sysfs: fc_host's vport_create and vport_delete as the FC transport checks
+// them, or the driver's own files of the same names under scsi_host where there is no fc_vports class. The list is
+// kept in the physical port's state, so that other processes see ports come and go. Runs under the machine's mutex.
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "sim_areas.h"
+#include "sim_machine.h"
+
+namespace sim {
+
+using nlohmann::json;
+
+namespace {
+struct Names {
+  uint64_t wwpn = 0, wwnn = 0;
+  std::string name;
+};
+
+bool parse_wwn(std::string_view text, uint64_t &wwn) {
+  if (text.size() != 16 || text.find_first_not_of("0123456789abcdefABCDEF") != std::string_view::npos)
+    return false;
+  wwn = std::strtoull(std::string(text).c_str(), nullptr, 16);
+  return true;
+}
+
+// "WWPN:WWNN", each of sixteen digits; the old files take a name behind a blank.
+bool parse(std::string text, bool with_name, Names &names) {
+  if (text.ends_with('\n')) text.pop_back();
+  if (with_name && text.size() > 33 && text[33] == ' ') {
+    names.name = text.substr(34);
+    text.resize(33);
+  }
+  return text.size() == 33 && text[16] == ':' &&
+         parse_wwn(std::string_view(text).substr(0, 16), names.wwpn) &&
+         parse_wwn(std::string_view(text).substr(17), names.wwnn);
+}
+
+void keep_list(Host &host) {
+  json list = json::array();
+  for (Host *vport : host.vports()) {
+    const VportSpec &spec = *vport->vport();
+    list.push_back({{"wwpn", spec.wwpn},
+                    {"wwnn", spec.wwnn},
+                    {"name", spec.name},
+                    {"port_id", spec.port_id},
+                    {"host", spec.host_number},
+                    {"number", spec.number}});
+  }
+  host.state()["vports"] = list;
+  host.machine().touch();
+}
+
+// Makes what stands what the list says, after another process has changed it.
+void follow_list(Host &host) {
+  const json &list = host.state()["vports"];
+  if (!list.is_array()) return;
+  auto listed = [&](const VportSpec &spec) {
+    return std::any_of(list.begin(), list.end(), [&](const json &entry) {
+      return entry.value("host", -1) == spec.host_number && entry.value("wwpn", uint64_t{0}) == spec.wwpn;
+    });
+  };
+  for (Host *vport : host.vports()) {
+    if (!listed(*vport->vport())) host.machine().remove_host(vport->number());
+  }
+  for (const json &entry : list) {
+    const int number = entry.value("host", -1);
+    if (host.machine().host(number) != nullptr) continue;
+    host.add_vport({.wwpn = entry.value("wwpn", uint64_t{0}),
+                    .wwnn = entry.value("wwnn", uint64_t{0}),
+                    .name = entry.value("name", std::string()),
+                    .port_id = entry.value("port_id", 0U),
+                    .host_number = number,
+                    .number = entry.value("number", -1)});
+  }
+  host.count_vports();
+}
+
+int create(Host &host, const std::string &text, bool with_name) {
+  Names names;
+  if (!parse(text, with_name, names)) return -EINVAL;
+  if (names.wwpn == 0 || names.wwnn == 0) return -EINVAL;
+  if (static_cast<int>(host.vports().size()) >= host.spec().max_vports) return -ENOSPC;
+  for (Host *other : host.machine().hosts()) {
+    if (other->spec().wwpn == names.wwpn) return -EINVAL;
+  }
+  host.add_vport({.wwpn = names.wwpn, .wwnn = names.wwnn, .name = names.name});
+  keep_list(host);
+  return 0;
+}
+
+int remove(Host &host, const std::string &text) {
+  Names names;
+  if (!parse(text, false, names)) return -EINVAL;
+  for (Host *vport : host.vports()) {
+    if (vport->spec().wwpn != names.wwpn || vport->spec().wwnn != names.wwnn) continue;
+    if (host.machine().vfs().text(vport->scsi_dir() + "vosk_static_vport") == "1\n") return -EPERM;
+    host.remove_vport(names.wwpn, names.wwnn);
+    keep_list(host);
+    return 0;
+  }
+  return -ENODEV;
+}
+
+void add_files(Host &host) {
+  if (host.spec().foreign || host.spec().npiv == "NPIV Not Supported") return;
+  Vfs &vfs = host.machine().vfs();
+  const bool modern = host.machine().generation() >= 2;
+  if (Host *parent = host.parent()) {
+    if (!modern) {
+      vfs.put_text(host.scsi_dir() + "vosk_symbolic_name", host.vport()->name + "\n");
+      return;
+    }
+    vfs.on_write(host.vport_dir() + "vport_delete", [parent, &host](const std::string &) {
+      return remove(*parent,
+                    wwn_text(host.spec().wwpn).substr(2) + ":" + wwn_text(host.spec().wwnn).substr(2));
+    });
+    return;
+  }
+  const std::string dir = modern ? host.fc_dir() : host.scsi_dir();
+  if (!modern) {
+    vfs.put_text(dir + "vport_create", "", 0200);
+    vfs.put_text(dir + "vport_delete", "", 0200);
+    vfs.put_text(dir + "max_npiv_vports", std::to_string(host.spec().max_vports) + "\n");
+    vfs.put_text(dir + "npiv_vports_inuse", "0\n");
+  }
+  vfs.on_write(dir + "vport_create",
+               [&host, modern](const std::string &text) { return create(host, text, !modern); });
+  vfs.on_write(dir + "vport_delete", [&host](const std::string &text) { return remove(host, text); });
+}
+}  // namespace
+
+void install_vports(Machine &machine) {
+  machine.on_host(add_files);
+  machine.on_reload([&machine] {
+    for (Host *host : machine.hosts()) {
+      // A virtual port may have gone with its parent's list meanwhile.
+      if (machine.is_there(host) && host->parent() == nullptr) follow_list(*host);
+    }
+  });
+}
+
+}  // namespace sim
