@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // "link": the state of the boards' links, with the map of a loop.
+#include "link_words.h"
 #include "nouns.h"
 
 namespace hcxadm {
@@ -11,18 +12,6 @@ struct Row {
   Board board;
   LinkInfo info;
 };
-
-Value topology_name(uint8_t topology) {
-  static constexpr const char *names[] = {nullptr,  "private loop",   "public loop",
-                                          "fabric", "point-to-point", "managed remotely"};
-  return topology > 0 && topology < std::size(names) ? Value(names[topology]) : Value();
-}
-
-Value state_name(uint8_t state) {
-  static constexpr const char *names[] = {nullptr,     "down",        "up",    "logging in",
-                                          "discovery", "rediscovery", "ready", "disabled by the user"};
-  return state > 0 && state < std::size(names) ? Value(names[state]) : Value();
-}
 
 bool counted(const Board &board, const char *file) {
   const std::optional<uint64_t> value = number_attribute(board.fc_host_dir() + "statistics/", file, 16);
@@ -57,7 +46,8 @@ const ColumnOf<Row> columns[] = {
     {"host", "HOST", Kind::text, In::rows,
      [](const Row &r) { return Value("host" + std::to_string(r.board.host)); }},
     {"wwpn", "WWPN", Kind::text, In::rows, [](const Row &r) { return wwn_value(r.info.a_wwpName); }},
-    {"state", "STATE", Kind::text, In::rows, [](const Row &r) { return state_name(r.info.a_linkState); }},
+    {"state", "STATE", Kind::text, In::rows,
+     [](const Row &r) { return link_state_name(r.info.a_linkState); }},
     {"topology", "TOPOLOGY", Kind::text, In::rows,
      [](const Row &r) { return topology_name(r.info.a_topology); }},
     {"port_id", "PORT ID", Kind::hex24, In::rows,
@@ -92,6 +82,18 @@ void link(Context &ctx, const std::string &name) {
 }
 
 }  // namespace
+
+Value topology_name(uint8_t topology) {
+  static constexpr const char *names[] = {nullptr,  "private loop",   "public loop",
+                                          "fabric", "point-to-point", "managed remotely"};
+  return topology > 0 && topology < std::size(names) ? Value(names[topology]) : Value();
+}
+
+Value link_state_name(uint8_t state) {
+  static constexpr const char *names[] = {nullptr,     "down",        "up",    "logging in",
+                                          "discovery", "rediscovery", "ready", "disabled by the user"};
+  return state > 0 && state < std::size(names) ? Value(names[state]) : Value();
+}
 
 void add_link(CLI::App &root, Context &ctx) {
   auto board = std::make_shared<std::string>();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// "list" and "show": the boards, short and in full. Both read the same columns.
+// "list" and "show": the boards, short and in full. Both read the same columns; "show" adds what takes a rescan.
+#include "link_words.h"
 #include "nouns.h"
 
 namespace hcxadm {
@@ -104,6 +105,105 @@ const C board_columns[] = {
     {"luns", "LUNS", Kind::number, In::rows, [](const Board &b) { return Value(b.luns); }},
 };
 
+// What only "show" asks for; absent where the library cannot tell.
+struct BoardInFull {
+  std::optional<Vpd> vpd;
+  std::optional<LinkInfo> link;
+  std::optional<HCXDrvInfo> driver;
+  std::optional<HBA_PORTATTRIBUTES> port;
+  std::optional<uint32_t> events, missed_events;
+};
+
+template <class Record, class Call>
+std::optional<Record> ask(const Board &board, Record record, Call call) {
+  return call(static_cast<uint32_t>(board.number), &record) == 0 ? std::optional<Record>(record)
+                                                                 : std::nullopt;
+}
+
+BoardInFull in_full(const Board &board) {
+  HCXDrvInfo driver = {};
+  driver.drvInfoVer = 4;
+  Vpd vpd = {};
+  vpd.version = 1;
+  const auto port = [](uint32_t number, HBA_PORTATTRIBUTES *attr) {
+    return GetAdapterPortAttributes(number, 0, attr);
+  };
+  return {ask(board, vpd, GetVPDInfo),
+          ask(board, LinkInfo{}, HCX_GetLinkInfo),
+          ask(board, driver, HCX_GetDrvInfo),
+          ask(board, HBA_PORTATTRIBUTES{}, port),
+          ask(board, uint32_t{0}, GetEventsCount),
+          ask(board, uint32_t{0}, GetMissedEventsCount)};
+}
+
+Value classes_of(const BoardInFull &b) {
+  if (!b.port) return {};
+  Value list = Value::array();
+  for (unsigned number = 1; number <= 6; ++number)
+    if (b.port->PortSupportedClassofService >> number & 1) list.push_back(number);
+  return list;
+}
+
+// The bit of a type: 32 types a word, most significant byte first.
+Value fc4_types(const BoardInFull &b) {
+  static constexpr struct {
+    unsigned type;
+    const char *name;
+  } names[] = {{0x05, "ip"}, {0x08, "fcp"}, {0x20, "ct"}, {0x28, "nvme"}};
+  if (!b.port) return {};
+  Value list = Value::array();
+  for (const auto &row : names)
+    if (b.port->PortActiveFc4Types[row.type / 32 * 4 + 3 - row.type % 32 / 8] >> row.type % 8 & 1)
+      list.push_back(row.name);
+  return list;
+}
+
+Value features(const BoardInFull &b) {
+  static constexpr struct {
+    uint64_t bit;
+    const char *name;
+  } names[] = {{HCX_FEATURE_STATISTICS, "latency statistics"},
+               {HCX_FEATURE_FC, "fc"},
+               {HCX_FEATURE_FCOE, "fcoe"},
+               {HCX_FEATURE_SLI4, "sli-4"}};
+  if (!b.driver) return {};
+  Value list = Value::array();
+  for (const auto &row : names)
+    if (b.driver->featureList & row.bit) list.push_back(row.name);
+  return list;
+}
+
+Value vpd_text(const BoardInFull &b, const char *text) {
+  return b.vpd && *text ? Value(text) : Value();
+}
+
+const ColumnOf<BoardInFull> full_columns[] = {
+    {"program_type", "PROGRAM TYPE", Kind::text, In::record,
+     [](const BoardInFull &b) { return vpd_text(b, b.vpd ? b.vpd->ProgramType : ""); }},
+    {"port_number", "PORT NUMBER", Kind::text, In::record,
+     [](const BoardInFull &b) { return vpd_text(b, b.vpd ? b.vpd->PortNum : ""); }},
+    {"topology", "TOPOLOGY", Kind::text, In::record,
+     [](const BoardInFull &b) { return b.link ? topology_name(b.link->a_topology) : Value(); }},
+    {"link_state", "LINK STATE", Kind::text, In::record,
+     [](const BoardInFull &b) { return b.link ? link_state_name(b.link->a_linkState) : Value(); }},
+    {"classes", "CLASSES OF SERVICE", Kind::list, In::record, classes_of},
+    {"fc4_types", "FC-4 TYPES", Kind::list, In::record, fc4_types},
+    {"features", "FEATURES", Kind::list, In::record, features},
+    {"events", "EVENTS", Kind::number, In::record, [](const BoardInFull &b) { return or_null(b.events); }},
+    {"missed_events", "MISSED EVENTS", Kind::number, In::record,
+     [](const BoardInFull &b) { return or_null(b.missed_events); }},
+};
+
+void show(Context &ctx, const std::string &name) {
+  ctx.document(show_schema);
+  const Board board = ctx.boards.find(name);
+  Table table = make_table(show_schema, board_columns, std::vector{board});
+  Table more = make_table(show_schema, full_columns, std::vector{in_full(board)});
+  std::move(more.columns.begin(), more.columns.end(), std::back_inserter(table.columns));
+  std::move(more.rows[0].begin(), more.rows[0].end(), std::back_inserter(table.rows[0]));
+  ctx.show(table, Layout::record);
+}
+
 void list(Context &ctx) {
   ctx.document(list_schema);
   const std::vector<Board> &boards = ctx.boards.all();
@@ -119,10 +219,8 @@ void add_list(CLI::App &root, Context &ctx) {
 
 void add_show(CLI::App &root, Context &ctx) {
   auto board = std::make_shared<std::string>();
-  CLI::App *verb = add_verb(root, "show", "Show all about a board", ctx, [board](Context &c) {
-    c.document(show_schema);
-    c.show(make_table(show_schema, board_columns, std::vector{c.boards.find(*board)}), Layout::record);
-  });
+  CLI::App *verb =
+      add_verb(root, "show", "Show all about a board", ctx, [board](Context &c) { show(c, *board); });
   verb->add_option("BOARD", *board, board_help)->required()->type_name("");
 }
 
