@@ -18,24 +18,24 @@ extern "C" {
 
 /* One adapter port, as HCX_InitDiagEnv() describes it. */
 typedef struct HCX_BRDINFO {
-  uint32_t a_mem_hi;     /* the six address words are always 0xffffffff: the library has no access of its own */
+  uint32_t a_mem_hi; /* the six address words are always 0xffffffff: the library has no access of its own */
   uint32_t a_mem_low;
   uint32_t a_flash_hi;
   uint32_t a_flash_low;
   uint32_t a_ctlreg_hi;
   uint32_t a_ctlreg_low;
-  uint32_t a_intrlvl;    /* interrupt number ("irq") */
-  uint32_t a_pci;        /* PCI device id << 16 | PCI vendor id */
-  uint32_t a_busid;      /* PCI bus */
-  uint32_t a_devid;      /* PCI slot << 3 | function */
-  uint8_t a_pciFunc;     /* PCI function */
-  uint8_t a_siglvl;      /* 10 */
-  uint16_t a_ddi;        /* the host's "unique_id" */
-  uint32_t a_onmask;     /* ondi_masks */
-  uint32_t a_offmask;    /* board mode: 1 online, 2 offline, 3 warm, 4 dump, 5 error, 0 unknown */
-  uint8_t a_drvrid[16];  /* driver version text, terminated */
-  uint8_t a_fwname[32];  /* firmware revision text, terminated */
-  uint8_t a_wwpn[8];     /* port name */
+  uint32_t a_intrlvl;   /* interrupt number ("irq") */
+  uint32_t a_pci;       /* PCI device id << 16 | PCI vendor id */
+  uint32_t a_busid;     /* PCI bus */
+  uint32_t a_devid;     /* PCI slot << 3 | function */
+  uint8_t a_pciFunc;    /* PCI function */
+  uint8_t a_siglvl;     /* 10 */
+  uint16_t a_ddi;       /* the host's "unique_id" */
+  uint32_t a_onmask;    /* ondi_masks */
+  uint32_t a_offmask;   /* board mode: 1 online, 2 offline, 3 warm, 4 dump, 5 error, 0 unknown */
+  uint8_t a_drvrid[16]; /* driver version text, terminated */
+  uint8_t a_fwname[32]; /* firmware revision text, terminated */
+  uint8_t a_wwpn[8];    /* port name */
 } HCX_BRDINFO, hcx_brdinfo;
 
 /* The older board record, without function number and port name. */
@@ -50,10 +50,10 @@ typedef struct BRDINFO {
   uint32_t a_pci;
   uint32_t a_busid;
   uint32_t a_devid;
-  uint8_t a_rsvd1;       /* not written */
-  uint8_t a_rsvd2;       /* not written */
-  uint8_t a_siglvl;      /* not written */
-  uint8_t a_ddi;         /* low 8 bits of the host's "unique_id" */
+  uint8_t a_rsvd1;  /* not written */
+  uint8_t a_rsvd2;  /* not written */
+  uint8_t a_siglvl; /* not written */
+  uint8_t a_ddi;    /* low 8 bits of the host's "unique_id" */
   uint32_t a_onmask;
   uint32_t a_offmask;
   uint8_t a_drvrid[16];
@@ -111,11 +111,12 @@ enum set_diag_commands {
 
 /* One driver parameter, a row of GetCfgParam(). */
 typedef struct CFGPARAM {
-  char a_string[32];      /* name without "vosk_", with "-" for every "_" after the first character; terminated */
-  uint32_t a_low;         /* smallest value accepted */
-  uint32_t a_hi;          /* largest value accepted */
-  uint32_t a_default;     /* the driver's default */
-  uint32_t a_current;     /* current value, within a_low and a_hi; meaningful with CFG_APPLICABLE and no CFG_IGNORE */
+  char a_string[32];  /* name without "vosk_", with "-" for every "_" after the first character; terminated */
+  uint32_t a_low;     /* smallest value accepted */
+  uint32_t a_hi;      /* largest value accepted */
+  uint32_t a_default; /* the driver's default */
+  uint32_t
+      a_current; /* current value, within a_low and a_hi; meaningful with CFG_APPLICABLE and no CFG_IGNORE */
   uint16_t a_flag;        /* cfgparam_flags */
   uint16_t a_changestate; /* a cfgparam_changestates */
   char a_help[80];        /* one line of help, terminated */
@@ -126,7 +127,7 @@ enum cfgparam_flags {
   CFG_IGNORE = 0x2,     /* cannot be set: a request is accepted and does nothing */
   CFG_APPLICABLE = 0x4, /* this adapter has it and its value was read */
   CFG_COMMON = 0x8,
-  CFG_SLI4 = 0x1000,    /* what the adapter is, on rows that were read */
+  CFG_SLI4 = 0x1000, /* what the adapter is, on rows that were read */
   CFG_SLI3 = 0x2000,
   CFG_FCOE = 0x4000,
   CFG_FC = 0x8000
@@ -572,12 +573,18 @@ static inline void hcx_mbox_set_status(void *mbox, uint16_t status) {
 }
 
 /* Command code: an mbox_commands. */
-static inline uint8_t hcx_mbox_command(const void *mbox) { return ((const uint8_t *)mbox)[2]; }
+static inline uint8_t hcx_mbox_command(const void *mbox) {
+  return ((const uint8_t *)mbox)[2];
+}
 
-static inline void hcx_mbox_set_command(void *mbox, uint8_t command) { ((uint8_t *)mbox)[2] = command; }
+static inline void hcx_mbox_set_command(void *mbox, uint8_t command) {
+  ((uint8_t *)mbox)[2] = command;
+}
 
 /* OWN_HOST or OWN_CHIP. */
-static inline unsigned hcx_mbox_owner(const void *mbox) { return ((const uint8_t *)mbox)[3] & 1u; }
+static inline unsigned hcx_mbox_owner(const void *mbox) {
+  return ((const uint8_t *)mbox)[3] & 1u;
+}
 
 static inline void hcx_mbox_set_owner(void *mbox, unsigned owner) {
   uint8_t *at = (uint8_t *)mbox;

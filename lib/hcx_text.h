@@ -32,7 +32,11 @@ using Path = Text<256>;  // a sysfs or device path, at most 255 characters
 using Line = Text<256>;  // the first line of an attribute
 
 // The directory of a host's driver attributes, with its trailing "/".
-inline Path scsi_host_dir(unsigned host_no) { return Path("/sys/class/scsi_host/host%d/", static_cast<int>(host_no)); }
-inline Path fc_host_dir(unsigned host_no) { return Path("/sys/class/fc_host/host%d/", static_cast<int>(host_no)); }
+inline Path scsi_host_dir(unsigned host_no) {
+  return Path("/sys/class/scsi_host/host%d/", static_cast<int>(host_no));
+}
+inline Path fc_host_dir(unsigned host_no) {
+  return Path("/sys/class/fc_host/host%d/", static_cast<int>(host_no));
+}
 
 }  // namespace hcx

@@ -197,7 +197,8 @@ uint32_t HCX_EndLoopback(uint32_t board);
  * Sends BSG vendor commands 8 and 9, or MBX_SET_VARIABLE.
  * Blocks until the bridge answers, at most 60 seconds a phase.
  */
-uint32_t HCX_SendTibraCommand(uint32_t board, void *cmd_buf, uint32_t cmd_size, void *rsp_buf, uint32_t *rsp_size);
+uint32_t HCX_SendTibraCommand(uint32_t board, void *cmd_buf, uint32_t cmd_size, void *rsp_buf,
+                              uint32_t *rsp_size);
 
 /*
  * Sends one phase of a bridge command.
@@ -214,8 +215,8 @@ uint32_t HCX_SendTibraCommand(uint32_t board, void *cmd_buf, uint32_t cmd_size, 
  * Sends BSG vendor command 8 (TIBRA_CMD) or 9 (TIBRA_DATA).
  * Blocks until the bridge answers, at most 60 seconds.
  */
-uint32_t IssueTibra(uint32_t board, void *cmd_buf, uint32_t incnt, void *rsp_buf, uint32_t *outcnt, uint32_t *xri,
-                    uint32_t type);
+uint32_t IssueTibra(uint32_t board, void *cmd_buf, uint32_t incnt, void *rsp_buf, uint32_t *outcnt,
+                    uint32_t *xri, uint32_t type);
 
 /*
  * Puts the bridge chip into loopback.
@@ -391,8 +392,8 @@ uint32_t IssueMbox(uint32_t board, MAILBOX_t *mb, uint32_t incnt, uint32_t outcn
  * mb: holds incnt words, at most 64 of which go along; outcnt bytes come back. retrydelay: milliseconds between
  * attempts, rounded up to whole seconds. The block is written back whatever the result.
  */
-uint32_t HCX_IssueMboxWithRetry(uint32_t board, MAILBOX_t *mb, uint32_t incnt, uint32_t outcnt, uint32_t retrycnt,
-                                uint32_t retrydelay);
+uint32_t HCX_IssueMboxWithRetry(uint32_t board, MAILBOX_t *mb, uint32_t incnt, uint32_t outcnt,
+                                uint32_t retrycnt, uint32_t retrydelay);
 
 /*
  * The same with external data in a buffer of their own.
@@ -401,8 +402,9 @@ uint32_t HCX_IssueMboxWithRetry(uint32_t board, MAILBOX_t *mb, uint32_t incnt, u
  * outExtWLen words (at most 512); may be null when none of these apply. mbOffset: word of the block after which the
  * data belong. retrydelay: milliseconds, rounded up to whole seconds above 1000.
  */
-uint32_t HCX_IssueMboxWithRetryEx(uint32_t board, MAILBOX_t *mb, void *pMbExt, uint8_t mbOffset, uint32_t inExtWLen,
-                                  uint32_t outExtWLen, uint32_t retrycnt, uint32_t retrydelay);
+uint32_t HCX_IssueMboxWithRetryEx(uint32_t board, MAILBOX_t *mb, void *pMbExt, uint8_t mbOffset,
+                                  uint32_t inExtWLen, uint32_t outExtWLen, uint32_t retrycnt,
+                                  uint32_t retrydelay);
 
 /*
  * Issues a command on an SLI-4 adapter, again while the status is 253 (busy).
@@ -452,7 +454,8 @@ uint32_t SendCTPassThru(uint32_t board, void *pReqBuffer, uint32_t ReqBufferSize
  * portid: 0xffff00 to 0xffffff; else -EINTR. Returns the bytes received; 0 or below as send_bsg_ct_to_did(). A
  * positive host status in the reply is passed through and cannot be told from a length.
  */
-int GetCTInfo(uint32_t board, uint32_t portid, uint8_t *inbuf, uint32_t incnt, uint8_t *outbuf, uint32_t outcnt);
+int GetCTInfo(uint32_t board, uint32_t portid, uint8_t *inbuf, uint32_t incnt, uint8_t *outbuf,
+              uint32_t outcnt);
 
 /*
  * Sends a CT request to the remote port with a port name.
@@ -478,7 +481,8 @@ uint32_t HCX_SendELSCmd(uint32_t board, DestID *destID, uint8_t *reqbuf, uint32_
  * wwntype: 0 node name, 1 port name; else 1. pRspBuffer: the ELS answer, or the 8-byte reject record as in
  * send_bsg_els(). RspBufferSize: in room, out bytes received. Returns 0; 1 failure or reject.
  */
-uint32_t SendRNID(uint32_t board, HBA_WWN *wwn, HBA_WWNTYPE wwntype, void *pRspBuffer, HBA_UINT32 *RspBufferSize);
+uint32_t SendRNID(uint32_t board, HBA_WWN *wwn, HBA_WWNTYPE wwntype, void *pRspBuffer,
+                  HBA_UINT32 *RspBufferSize);
 
 /*
  * What the adapter port tells about itself.
