@@ -22,6 +22,10 @@
   NOUN(pci)                \
   NOUN(reset)              \
   NOUN(mode)               \
+  NOUN(mbox)               \
+  NOUN(ct)                 \
+  NOUN(els)                \
+  NOUN(rnid)               \
   NOUN(caps)               \
   NOUN(log)                \
   NOUN(version)
