@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 
 #include "sim_areas.h"
 #include "sim_bytes.h"
@@ -19,9 +20,11 @@ constexpr size_t kBlock = 256, kBuffer = 4096;
 constexpr uint16_t kBusy = 253;
 
 enum Command : uint8_t {
+  read_nv = 2,
   read_rev = 17,
   dump_memory = 23,
   update_config = 27,
+  beacon = 42,
   read_event_log = 56,
   biu_diag64 = 132,
   sli_config = 155,
@@ -36,6 +39,18 @@ void run_read_rev(MailboxCall &call) {
   std::string name = call.host.spec().firmware;
   name.resize(16);
   put_bytes(call.block, 4 * 9, name);
+}
+
+// The names that stand in the adapter's flash.
+void run_read_nv(MailboxCall &call) {
+  put_be(call.block, 4 * 4, call.host.spec().wwnn, 8);
+  put_be(call.block, 4 * 6, call.host.spec().wwpn, 8);
+}
+
+// Lights that blink until the next command.
+void run_beacon(MailboxCall &call) {
+  call.host.state()["beacon"] = call.word(1);
+  call.host.machine().touch();
 }
 
 void run_read_event_log(MailboxCall &call) {
@@ -66,6 +81,10 @@ void run(MailboxCall &call) {
     return;
   }
   switch (call.command()) {
+    case read_nv:
+      return run_read_nv(call);
+    case beacon:
+      return run_beacon(call);
     case read_rev:
       return run_read_rev(call);
     case dump_memory:

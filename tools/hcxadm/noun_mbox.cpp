@@ -42,7 +42,7 @@ constexpr Command commands[] = {
     {"read-event-log", MBX_READ_EVENT_LOG, false},
     {"load-area", MBX_LOAD_AREA, true},
     {"run-biu-diag64", MBX_RUN_BIU_DIAG64, false},
-    {"sli-config", MBX_SLI_CONFIG, true},
+    {"sli-config", MBX_SLI_CONFIG, true},  // but see below
     {"load-exp-rom", MBX_LOAD_EXP_ROM, true},
 };
 
@@ -75,12 +75,6 @@ std::string name_of(uint8_t code) {
   char text[8];
   std::snprintf(text, sizeof text, "0x%02x", code);
   return text;
-}
-
-bool changes(uint8_t code) {
-  for (const Command &command : commands)
-    if (code == command.code) return command.changes;
-  return true;
 }
 
 // One command on its way: the block, what goes along, what came back.
@@ -136,6 +130,20 @@ size_t external_size(const Mailbox &mailbox) {
   return std::min(size, most_data);
 }
 
+// Whether the command may change the adapter. Configuration commands carry an operation that decides.
+bool changes(const Mailbox &mailbox) {
+  constexpr uint32_t reads[] = {0x0c08, 0x0120, 0x0179}, embedded_reads[] = {0x01ab, 0x01ad};
+  if (mailbox.code == MBX_SLI_CONFIG) {
+    const bool embedded = (mailbox.word(1) & 1) != 0;
+    const uint32_t operation = (embedded ? mailbox.word(6) : bytes::big32(mailbox.in, 0)) & 0xffff;
+    return embedded ? std::ranges::count(embedded_reads, operation) == 0
+                    : std::ranges::count(reads, operation) == 0;
+  }
+  for (const Command &command : commands)
+    if (mailbox.code == command.code) return command.changes;
+  return true;
+}
+
 void issue_sli4(Mailbox &mailbox) {
   const size_t size = (std::max(mailbox.in.size(), external_size(mailbox)) + 3) / 4 * 4;
   mailbox.memory.resize(block_size + size);
@@ -145,6 +153,7 @@ void issue_sli4(Mailbox &mailbox) {
                                             mailbox.args.retries, mailbox.args.delay);
   mailbox.data.assign(mailbox.memory.begin() + block_size, mailbox.memory.end());
   mailbox.memory.resize(block_size);
+  if (mailbox.result != 0) mailbox.data.clear();
   if (mailbox.code == MBX_DUMP_MEMORY)
     mailbox.data.resize(std::min<size_t>(mailbox.data.size(), mailbox.word(6)));
 }
@@ -256,7 +265,7 @@ void mbox(Context &ctx, const Arguments &args) {
                    .code = {},
                    .name = "the SLI mode of the adapter is unknown",
                    .todo = {}});
-  if (changes(mailbox.code) && !ctx.confirm(tried + " on " + mailbox.board.name())) return;
+  if (changes(mailbox) && !ctx.confirm("send " + tried + " to " + mailbox.board.name())) return;
   if (mailbox.code == MBX_RUN_BIU_DIAG64 ||
       (mailbox.code == MBX_READ_EVENT_LOG && !(mailbox.word(1) >> 29 & 1))) {
     issue_by_address(mailbox);
