@@ -271,9 +271,23 @@ void reject_els(BsgCall &call, uint8_t reason, uint8_t explanation, uint8_t vend
     call.reply_data += static_cast<char>(byte);
 }
 
+namespace {
+constexpr uint32_t kManagementResponse = 3;
+
+// A response goes out under the tag of a request that came in, once.
+void management_response(BsgCall &call) {
+  if (call.request.size() < 20 || call.data_out.empty()) {
+    call.result = -EINVAL;
+  } else if (fabric(call.host).open_tags.erase(call.word(16)) == 0) {
+    call.result = -ERANGE;
+  }
+}
+}  // namespace
+
 void install_fabric(Machine &machine) {
   machine.bsg().on_ct(with_hook(answer_ct));
   machine.bsg().on_els(with_hook(answer_els));
+  machine.bsg().on_vendor(kManagementResponse, management_response);
 }
 
 }  // namespace sim

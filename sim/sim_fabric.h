@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "sim_bsg.h"
@@ -13,6 +14,8 @@ namespace sim {
 struct Fabric {
   // Called before the model's own answer: true when it has answered.
   std::function<bool(BsgCall &)> hook;
+  // Tags of unsolicited management requests that wait for their response.
+  std::set<uint32_t> open_tags;
 };
 
 Fabric &fabric(Host &host);

@@ -148,6 +148,11 @@ std::string wwn_text(uint64_t wwn) {
   return hex_text(wwn, 16);
 }
 
+void put_fabric_notices(Machine &machine, const std::string &dir) {
+  for (const char *counter : kFpin)
+    machine.vfs().put_text(dir + counter, counter_text(0));
+}
+
 std::string relative_path(const std::string &from_dir, const std::string &to) {
   std::string from = from_dir;
   if (!from.ends_with('/')) from += '/';
@@ -289,6 +294,7 @@ void Host::build_pci() {
   Vfs &vfs = machine_.vfs();
   const PciAddress pci = parse_pci(spec_.pci);
   const std::string dir = pci_dir();
+  const unsigned bar = 0xf0000000U + ((pci.bus << 4 | pci.function) << 20 & 0x0ff00000U);
   const std::string vendor = format("%04X", spec_.pci_vendor), device = format("%04X", spec_.pci_device);
   const std::string alias = "pci:v0000" + vendor + "d0000" + device + "sv00001AF4sd00001100bc0Csc04i00\n";
   const Attribute rows[] = {
@@ -323,6 +329,10 @@ void Host::build_pci() {
   vfs.put_link(dir + "driver", relative_path(dir, "/sys/bus/pci/drivers/vosk"));
   vfs.put_link(dir + "subsystem", relative_path(dir, "/sys/bus/pci"));
   vfs.put_dir("/sys/bus/pci/drivers/vosk");
+  std::string resources = format("0x%016x 0x%016x 0x%016x\n", bar, bar + 0xfffff, 0x00040200U);
+  for (int i = 0; i < 12; i++)
+    resources += format("0x%016x 0x%016x 0x%016x\n", 0U, 0U, 0U);
+  vfs.put_text(dir + "resource", resources);
 
   std::string config(256, '\0');
   little_endian(config, 0x00, spec_.pci_vendor, 2);
@@ -331,7 +341,7 @@ void Host::build_pci() {
   little_endian(config, 0x06, 0x0010, 2);  // capability list
   little_endian(config, 0x08, 0x0c040010, 4);
   little_endian(config, 0x0c, 0x00800010, 4);  // multi-function
-  little_endian(config, 0x10, 0xfe700004 + (pci.function << 16), 4);
+  little_endian(config, 0x10, bar | 4, 4);
   little_endian(config, 0x2c, 0x1af4, 2);
   little_endian(config, 0x2e, 0x1100, 2);
   little_endian(config, 0x34, 0x40, 1);
@@ -485,6 +495,7 @@ void Host::build_vport() {
   auto put = [&](const char *attribute, const std::string &value, mode_t mode = 0444) {
     machine_.vfs().put_text(dir + attribute, value + "\n", mode);
   };
+  machine_.vfs().put_text(parent_->device_dir() + entry + "/uevent", "DEVTYPE=fc_vport\n", 0644);
   put("node_name", wwn_text(spec_.wwnn));
   put("port_name", wwn_text(spec_.wwpn));
   put("roles", "FCP Initiator");

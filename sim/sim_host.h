@@ -112,6 +112,7 @@ class Lun {
   void fill_device();
   void fill_disk(const std::string &dir);
   void fill_tape(const std::string &dir);
+  void put_pages(const std::string &dir);
   void links();
   void old_links();
 
@@ -229,6 +230,8 @@ class Host {
   int next_rport_ = 0, next_target_ = 0, next_vport_ = 0;
 };
 
+// The counters of fabric performance notices, which kernels keep for hosts and remote ports alike; all zero.
+void put_fabric_notices(Machine &machine, const std::string &dir);
 // "0x" and sixteen digits.
 std::string wwn_text(uint64_t wwn);
 std::string hex_text(uint64_t value, int digits);

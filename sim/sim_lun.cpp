@@ -2,13 +2,101 @@
 // LUNs: the SCSI device with its generic, block or tape node. Thousands of them must be cheap: only the class
 // links are made at once, a device's own directory when somebody first looks into it. Touched under the
 // machine's mutex.
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
+#include "sim_bytes.h"
 #include "sim_machine.h"
+#include "sim_scsi.h"
 
 namespace sim {
 
 namespace {
+struct Attribute {
+  const char *name;
+  const char *text;
+  mode_t mode = 0444;
+};
+
+constexpr Attribute kDevice[] = {
+    {"blacklist", ""},
+    {"delete", "", 0200},
+    {"device_blocked", "0\n"},
+    {"device_busy", "0\n"},
+    {"eh_timeout", "10\n", 0644},
+    {"evt_capacity_change_reported", "0\n"},
+    {"evt_inquiry_change_reported", "0\n"},
+    {"evt_lun_change_reported", "0\n"},
+    {"evt_media_change", "0\n"},
+    {"evt_mode_parameter_change_reported", "0\n"},
+    {"evt_soft_threshold_reached", "0\n"},
+    {"iocounterbits", "32\n"},
+    {"iodone_cnt", "0x17\n"},
+    {"ioerr_cnt", "0x1\n"},
+    {"iorequest_cnt", "0x17\n"},
+    {"iotmo_cnt", "0x0\n"},
+    {"rescan", "", 0200},
+    {"scsi_level", "6\n"},
+    {"state", "running\n", 0644},
+    {"timeout", "30\n", 0644},
+};
+
+constexpr Attribute kBlock[] = {
+    {"alignment_offset", "0\n"},
+    {"capability", "0\n"},
+    {"discard_alignment", "0\n"},
+    {"events", ""},
+    {"events_async", ""},
+    {"events_poll_msecs", "-1\n", 0644},
+    {"ext_range", "256\n"},
+    {"hidden", "0\n"},
+    {"inflight", "       0        0\n"},
+    {"range", "16\n"},
+    {"removable", "0\n"},
+    {"ro", "0\n"},
+    {"stat",
+     "       1        0        8       22        0        0        0        0        0       20       22"
+     "        0        0        0        0        0        0\n"},
+};
+
+constexpr Attribute kDisk[] = {
+    {"FUA", "0\n"},
+    {"allow_restart", "0\n", 0644},
+    {"app_tag_own", "0\n"},
+    {"cache_type", "write through\n", 0644},
+    {"manage_runtime_start_stop", "0\n", 0644},
+    {"manage_shutdown", "0\n", 0644},
+    {"manage_start_stop", "0\n"},
+    {"manage_system_start_stop", "0\n", 0644},
+    {"max_medium_access_timeouts", "2\n", 0644},
+    {"max_retries", "5\n", 0644},
+    {"max_write_same_blocks", "65535\n", 0644},
+    {"protection_mode", "none\n"},
+    {"protection_type", "0\n", 0644},
+    {"provisioning_mode", "full\n", 0644},
+    {"thin_provisioning", "0\n"},
+    {"zeroing_mode", "writesame\n", 0644},
+    {"zoned_cap", "none\n"},
+};
+
+constexpr Attribute kTape[] = {
+    {"default_blksize", "-1\n"},
+    {"default_compression", "-1\n"},
+    {"default_density", "-1\n"},
+    {"options", "0x00000107\n"},
+};
+
+constexpr const char *kTapeStatistics[] = {"in_flight", "io_ns",   "other_cnt", "read_byte_cnt",
+                                           "read_cnt",  "read_ns", "resid_cnt", "write_byte_cnt",
+                                           "write_cnt", "write_ns"};
+
+template <size_t N>
+void put_all(Vfs &vfs, const std::string &dir, const Attribute (&rows)[N]) {
+  for (const Attribute &row : rows)
+    vfs.put_text(dir + row.name, row.text, row.mode);
+}
+
 std::string letters(int index) {
   std::string name;
   for (int n = index + 1; n > 0; n = (n - 1) / 26)
@@ -145,23 +233,10 @@ void Lun::fill_device() {
   auto put = [&](const char *attribute, const std::string &value, mode_t mode = 0444) {
     vfs.put_text(dir + attribute, value, mode);
   };
-  put("blacklist", "");
-  put("delete", "", 0200);
-  put("device_blocked", "0\n");
-  put("device_busy", "0\n");
-  put("eh_timeout", "10\n", 0644);
-  put("iocounterbits", "32\n");
-  put("iodone_cnt", "0x17\n");
-  put("ioerr_cnt", "0x1\n");
-  put("iorequest_cnt", "0x17\n");
-  put("iotmo_cnt", "0x0\n");
+  put_all(vfs, dir, kDevice);
   put("modalias", "scsi:t-0x0" + type + "\n");
   put("model", padded(spec_.model, 16) + "\n");
-  put("rescan", "", 0200);
   put("rev", padded(spec_.revision, 4) + "\n");
-  put("scsi_level", "6\n");
-  put("state", "running\n", 0644);
-  put("timeout", "30\n", 0644);
   put("type", type + "\n");
   put("vendor", padded(spec_.vendor, 8) + "\n");
   put("wwid", "naa." + hex_text(spec_.wwn, 16).substr(2) + "\n");
@@ -178,6 +253,7 @@ void Lun::fill_device() {
   if (spec_.kind != LunKind::disk) inquiry[1] = '\x80';  // removable
   inquiry += padded(spec_.vendor, 8) + padded(spec_.model, 16) + padded(spec_.revision, 4);
   vfs.put_binary(dir + "inquiry", inquiry, 0444, 0);
+  put_pages(dir);
   if (machine.generation() < 2) return;
 
   put_class(machine, dir, "scsi_device", address());
@@ -194,16 +270,40 @@ void Lun::fill_device() {
   if (tape_ >= 0) fill_tape(dir);
 }
 
+// The vital product data that the kernel read when it found the device; page 0x83 follows what the unit answers.
+void Lun::put_pages(const std::string &dir) {
+  Vfs &vfs = rport_.host().machine().vfs();
+  vfs.put_binary(dir + "vpd_pg0", std::string("\0\0\0\x03\0\x80\x83", 7), 0444, 0);
+  std::string serial("\0\x80\0", 3);
+  serial += static_cast<char>(spec_.serial.size());
+  vfs.put_binary(dir + "vpd_pg80", serial + spec_.serial, 0444, 0);
+  Node &identity = vfs.put_binary(dir + "vpd_pg83", "", 0444, 0);
+  identity.hooks().read_at = [this](uint64_t offset, void *buf, size_t count) -> ssize_t {
+    std::string descriptors;
+    for (const std::string &descriptor : unit_of(*this).descriptors)
+      descriptors += descriptor;
+    std::string page("\0\x83", 2);
+    put_be(page, 2, descriptors.size(), 2);
+    page += descriptors;
+    if (offset >= page.size()) return 0;
+    count = std::min(count, page.size() - offset);
+    std::memcpy(buf, page.data() + offset, count);
+    return static_cast<ssize_t>(count);
+  };
+}
+
 void Lun::fill_disk(const std::string &dir) {
   Machine &machine = rport_.host().machine();
   Vfs &vfs = machine.vfs();
-  put_class(machine, dir, "scsi_disk", address());
+  put_all(vfs, put_class(machine, dir, "scsi_disk", address()), kDisk);
   const std::string block = dir + "block/" + block_name() + "/";
   const std::string number = disk_number(disk_);
   vfs.put_text(block + "dev", number + "\n");
-  vfs.put_text(block + "range", "16\n");
-  vfs.put_text(block + "removable", "0\n");
-  vfs.put_text(block + "ro", "0\n");
+  put_all(vfs, block, kBlock);
+  vfs.put_text(block + "diskseq", std::to_string(disk_ + 1) + "\n");
+  for (const char *sub : {"holders", "mq", "slaves"})
+    vfs.put_dir(block + sub);
+  vfs.put_link(block + "bdi", relative_path(block, "/sys/devices/virtual/bdi/" + number));
   vfs.put_text(block + "size", std::to_string(spec_.blocks) + "\n");
   vfs.put_link(block + "device", "../../../" + address());
   vfs.put_link(block + "subsystem", relative_path(block, "/sys/class/block"));
@@ -225,7 +325,9 @@ void Lun::fill_tape(const std::string &dir) {
       const std::string node = put_class(machine, dir, "scsi_tape", name);
       vfs.put_text(node + "dev", "9:" + std::to_string(minor + 32 * mode++) + "\n");
       vfs.put_text(node + "defined", *suffix == '\0' ? "1\n" : "0\n");
-      vfs.put_text(node + "options", "0x00000107\n");
+      put_all(vfs, node, kTape);
+      for (const char *counter : kTapeStatistics)
+        vfs.put_text(node + "stats/" + counter, "0\n");
     }
     minor += 128;
   }

@@ -62,6 +62,8 @@ void Rport::build() {
   put("roles", spec_.roles);
   put("scsi_target_id", std::to_string(spec_.target_id));
   put("supported_classes", "Class 3");
+  vfs.put_lazy_dir(dir + "statistics",
+                   [this, dir] { put_fabric_notices(host_.machine(), dir + "statistics/"); });
 
   const std::string bsg = put_class(machine, device, "bsg", name());
   const std::string minor = std::to_string(machine.next_bsg_minor());

@@ -8,8 +8,11 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <regex>
+#include <set>
 #include <thread>
 
 #include "sim_machine.h"
@@ -61,6 +64,81 @@ TEST(SimTree, LooksLikeAKernelsSysfs) {
   EXPECT_EQ(read_all(m, "/sys/class/scsi_host/host2/issue_reset"), "error 13");
   EXPECT_EQ(write_all(m, "/sys/class/scsi_host/host2/fwrev", "x"), -EACCES);
   EXPECT_EQ(m.open_fds(), 0u);
+}
+
+// Rules that hold for every entry of a real tree, and the form of the texts that have one.
+struct Walk {
+  sim::Machine &m;
+  size_t files = 0;
+  std::set<size_t> matched = {};
+
+  void entry(const std::string &path) {
+    char target[256];
+    mode_t mode = 0;
+    if (m.read_link(path.c_str(), target, sizeof target) >= 0) {
+      const bool left_out = path.find("/sys/bus") != std::string::npos || path.ends_with("/subsystem") ||
+                            path.ends_with("/driver") || path.ends_with("/bdi");
+      EXPECT_TRUE(left_out || m.stat(path.c_str(), &mode) >= 0) << "dangling link " << path;
+      return;
+    }
+    const int64_t size = m.stat(path.c_str(), &mode);
+    if (S_ISDIR(mode)) return directory(path);
+    files++;
+    const std::string text = read_all(m, path);
+    if ((mode & 0444) == 0) {
+      EXPECT_EQ(text, "error 13") << path;
+    } else if (size == 4096 && !path.ends_with("/mbox") && !path.ends_with("/tibra") &&
+               !path.ends_with("/slimem")) {
+      EXPECT_TRUE(text.empty() || (text.back() == '\n' && text.find('\0') == std::string::npos)) << path;
+      form(path, text);
+    }
+    if ((mode & 0222) == 0) {
+      EXPECT_EQ(write_all(m, path, "1"), -EACCES) << path;
+    }
+  }
+
+  void form(const std::string &path, const std::string &text) {
+    static const std::pair<std::regex, std::regex> kForms[] = {
+        {std::regex(".*/(port|node|fabric)_name"), std::regex("0x[0-9a-f]{16}\n")},
+        {std::regex(".*/port_id"), std::regex("0x[0-9a-f]{6}\n")},
+        {std::regex(".*/maxframe_size"), std::regex("[0-9]+ bytes\n")},
+        {std::regex(".*/supported_classes"), std::regex("Class [1-4](, Class [1-4])*\n")},
+        {std::regex(".*/(supported|active)_fc4s"), std::regex("(0x[0-9a-f]{2} ){32}\n")},
+        {std::regex(".*/(supported_)?speeds?"), std::regex("[0-9]+ Gbit(, [0-9]+ Gbit)*\n")},
+        {std::regex(".*/statistics/[a-z_]+"), std::regex("0x[0-9a-f]{1,16}\n")},
+        {std::regex(".*/scsi_target_id"), std::regex("(-1|[0-9]+)\n")},
+        {std::regex(".*/fwrev"), std::regex("[^ ]+, sli-[34](:[0-9])?\n")},
+        {std::regex(".*/(vendor|device|subsystem_(vendor|device))"),
+         std::regex("0x[0-9a-f]{4}\n|[A-Z]+ *\n")},
+        {std::regex(".*/dev"), std::regex("[0-9]+:[0-9]+\n")},
+        {std::regex(".*/wwid"), std::regex("naa[.][0-9a-f]{16}\n")},
+    };
+    for (size_t i = 0; i < std::size(kForms); i++) {
+      const auto &[name, pattern] = kForms[i];
+      if (!std::regex_match(path, name) || path.ends_with("reset_statistics")) continue;
+      EXPECT_TRUE(std::regex_match(text, pattern)) << path << ": " << text;
+      matched.insert(i);
+    }
+  }
+
+  void directory(const std::string &path) {
+    std::vector<std::string> names;
+    EXPECT_EQ(m.list(path.c_str(), "", names), 0) << path;
+    for (const std::string &name : names)
+      entry(path + "/" + name);
+  }
+};
+
+TEST(SimTree, HoldsTheRulesOfSysfsEverywhere) {
+  sim::Machine m;
+  sim::default_san(m);
+  Walk walk{m};
+  walk.directory("/sys");
+  EXPECT_GT(walk.files, 4000u);
+  EXPECT_EQ(walk.matched.size(), 12u) << "a form that nothing was held to";
+  std::vector<std::string> names;
+  m.list("/sys/class/scsi_host", "", names);
+  EXPECT_FALSE(std::is_sorted(names.begin(), names.end()));  // callers must not count on an order
 }
 
 TEST(SimParameters, RefuseWhatTheDriverRefuses) {
