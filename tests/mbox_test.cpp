@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "hcx_diag_mbox.h"
+#include "rooted_machine.h"
 #include "transport_fixture.h"
 
 namespace {
@@ -480,31 +481,14 @@ TEST(MboxLock, IsNotHeldAcrossADelay) {
 }
 
 // The real machine below a folder, but for the node, which the test plays.
-class RootedMachine : public hcx::sysio::Machine {
+class MailboxMachine final : public RootedMachine {
  public:
   struct Shared {
     std::atomic<int> inside, overlaps, exchanges;
   };
-  RootedMachine(hcx::sysio::Machine &real, std::string root, Shared *shared)
-      : real_(real), root_(std::move(root)), shared_(shared) {}
+  MailboxMachine(hcx::sysio::Machine &real, std::string root, Shared *shared)
+      : RootedMachine(real, std::move(root)), shared_(shared) {}
 
-  int open(const char *path, int flags, mode_t mode) override {
-    return real_.open((root_ + path).c_str(), flags, mode);
-  }
-  int close(int fd) override { return real_.close(fd); }
-  ssize_t read(int fd, void *buf, size_t count) override { return real_.read(fd, buf, count); }
-  ssize_t write(int fd, const void *buf, size_t count) override { return real_.write(fd, buf, count); }
-  off_t seek(int fd, off_t offset) override { return real_.seek(fd, offset); }
-  int lock(int fd, int operation) override { return real_.lock(fd, operation); }
-  int64_t stat(const char *path, mode_t *mode) override { return real_.stat((root_ + path).c_str(), mode); }
-  int fstat(int fd, mode_t *mode) override { return real_.fstat(fd, mode); }
-  int list(const char *path, const char *prefix, std::vector<std::string> &names) override {
-    return real_.list((root_ + path).c_str(), prefix, names);
-  }
-  ssize_t read_link(const char *path, char *buf, size_t size) override {
-    return real_.read_link((root_ + path).c_str(), buf, size);
-  }
-  int unlink(const char *path) override { return real_.unlink((root_ + path).c_str()); }
   int ioctl(int, unsigned long, void *arg) override {
     auto &header = *static_cast<sg_io_v4 *>(arg);
     if (shared_->inside.fetch_add(1) != 0) shared_->overlaps.fetch_add(1);
@@ -517,16 +501,8 @@ class RootedMachine : public hcx::sysio::Machine {
     shared_->inside.fetch_sub(1);
     return 0;
   }
-  time_t now() override { return real_.now(); }
-  void sleep_us(uint64_t microseconds) override { real_.sleep_us(microseconds); }
-  int host_name(char *buf, size_t size) override { return real_.host_name(buf, size); }
-  void syslog_open(const char *, int, int) override {}
-  void syslog_close() override {}
-  void syslog(int, const char *) override {}
 
  private:
-  hcx::sysio::Machine &real_;
-  std::string root_;
   Shared *shared_;
 };
 
@@ -540,8 +516,8 @@ TEST(MboxLock, TwoProcessesTakeTurns) {
             0);
   void *memory = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(memory, MAP_FAILED);
-  auto *shared = new (memory) RootedMachine::Shared();
-  RootedMachine machine(hcx::sysio::machine(), dir, shared);
+  auto *shared = new (memory) MailboxMachine::Shared();
+  MailboxMachine machine(hcx::sysio::machine(), dir, shared);
   LIBHCX_private_set_machine(&machine);
   char firmware_revision[] = "11.4.142.25, sli-3:0";
   hcx_host host = {};

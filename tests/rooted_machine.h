@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The real machine with its file system below a folder, and nothing said to the system log. For what must run on real
+// files: locks between processes, the speed of start-up. Any thread, as the machine below.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hcx_sysio.h"
+
+class RootedMachine : public hcx::sysio::Machine {
+ public:
+  RootedMachine(hcx::sysio::Machine &real, std::string root) : real_(real), root_(std::move(root)) {}
+
+  int open(const char *path, int flags, mode_t mode) override {
+    return real_.open(at(path).c_str(), flags, mode);
+  }
+  int close(int fd) override { return real_.close(fd); }
+  ssize_t read(int fd, void *buf, size_t count) override { return real_.read(fd, buf, count); }
+  ssize_t write(int fd, const void *buf, size_t count) override { return real_.write(fd, buf, count); }
+  off_t seek(int fd, off_t offset) override { return real_.seek(fd, offset); }
+  int lock(int fd, int operation) override { return real_.lock(fd, operation); }
+  int64_t stat(const char *path, mode_t *mode) override { return real_.stat(at(path).c_str(), mode); }
+  int fstat(int fd, mode_t *mode) override { return real_.fstat(fd, mode); }
+  int list(const char *path, const char *prefix, std::vector<std::string> &names) override {
+    return real_.list(at(path).c_str(), prefix, names);
+  }
+  ssize_t read_link(const char *path, char *buf, size_t size) override {
+    return real_.read_link(at(path).c_str(), buf, size);
+  }
+  int unlink(const char *path) override { return real_.unlink(at(path).c_str()); }
+  int ioctl(int fd, unsigned long request, void *arg) override { return real_.ioctl(fd, request, arg); }
+  time_t now() override { return real_.now(); }
+  void sleep_us(uint64_t microseconds) override { real_.sleep_us(microseconds); }
+  int host_name(char *buf, size_t size) override { return real_.host_name(buf, size); }
+  void syslog_open(const char *, int, int) override {}
+  void syslog_close() override {}
+  void syslog(int, const char *) override {}
+
+ protected:
+  std::string at(const char *path) const { return root_ + path; }
+
+  hcx::sysio::Machine &real_;
+
+ private:
+  std::string root_;
+};
