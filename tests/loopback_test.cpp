@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstring>
 
+#include "alloc_fault.h"
 #include "control_machine.h"
 
 namespace {
@@ -163,6 +164,17 @@ TEST_F(LoopbackTest, EachBridgeStepCanFail) {
     machine.clear_faults();
     expect_nothing_held();
   }
+}
+
+TEST_F(LoopbackTest, BridgeSetUpWithoutMemory) {
+  machine.add_host({.sli = 3, .pci = "0000:05:00.0", .pci_device = bridged});
+  start();
+  char pci_dev[] = "/sys/devices/pci0000:00/0000:05:00.0/";
+  alloc_fault::fail_nth(1);
+  EXPECT_EQ(ConfigTibraLoopback(0, pci_dev), 1U);
+  EXPECT_TRUE(alloc_fault::take_hit());
+  EXPECT_TRUE(machine.logged("ConfigTibraLoopback - board 0 malloc failed"));
+  EXPECT_EQ(commands(), Commands{});
 }
 
 class Bridge : public ControlTest {

@@ -18,7 +18,7 @@ constexpr uint32_t largest = 1 << 20;
 
 struct Args {
   std::string board;
-  uint32_t type = 1;
+  std::string type = "internal";
   uint32_t size = 1024;
   uint32_t count = 10;
   std::string pattern = "count";
@@ -43,8 +43,7 @@ const ColumnOf<Result> columns[] = {
     {"board", "BOARD", Kind::number, In::rows, [](const Result &r) { return Value(r.board.number); }},
     {"host", "HOST", Kind::text, In::rows,
      [](const Result &r) { return Value("host" + std::to_string(r.board.host)); }},
-    {"type", "TYPE", Kind::text, In::rows,
-     [](const Result &r) { return Value(r.args.type == 1 ? "internal" : "external"); }},
+    {"type", "TYPE", Kind::text, In::rows, [](const Result &r) { return Value(r.args.type); }},
     {"size", "SIZE", Kind::size, In::rows, [](const Result &r) { return Value(r.args.size); }},
     {"count", "TESTS", Kind::number, In::rows, [](const Result &r) { return Value(r.args.count); }},
     {"passed", "PASSED", Kind::number, In::rows, [](const Result &r) { return Value(r.passed); }},
@@ -210,15 +209,16 @@ void run(Context &ctx, const Args &args) {
   Pattern check(args.pattern);  // a bad one is found before the link goes down
   const Board &board = ctx.boards.find(args.board);
   require_fc(board);
-  if (!ctx.confirm("put " + board.name() + " into " + (args.type == 1 ? "internal" : "external") +
+  if (!ctx.confirm("put " + board.name() + " into " + args.type +
                    " loopback: its link carries no I/O until the test has ended"))
     return;
+  const bool external = args.type == "external";
   Result result{.board = board, .args = args, .mismatch = {}};
   InterruptGuard interrupt;
   uint32_t config = 0, test = 0, end = 0;
   {
     LoopbackEnd guard(board);
-    config = HCX_ConfigLoopback(static_cast<uint32_t>(board.number), args.type, timeout_ms);
+    config = HCX_ConfigLoopback(static_cast<uint32_t>(board.number), external ? 2 : 1, timeout_ms);
     if (config == 0) test = run_tests(ctx, result);
     end = guard.end();
   }
@@ -226,7 +226,7 @@ void run(Context &ctx, const Args &args) {
   if (config == 0) ctx.show(make_table(run_schema, columns, std::vector<Result>{result}), Layout::record);
   if (config != 0)
     ctx.report(call_failure(Family::vendor, static_cast<int32_t>(config), "setting up the loopback",
-                            board.name(), args.type == 2 ? "external loopback needs a loopback plug" : "")
+                            board.name(), external ? "external loopback needs a loopback plug" : "")
                    .problem());
   if (test != 0)
     ctx.report(call_failure(Family::vendor, static_cast<int32_t>(test),
@@ -240,6 +240,8 @@ void run(Context &ctx, const Args &args) {
     report(ctx, kFailed, board, "loopback",
            std::string("interrupted by ") + strsignal(InterruptGuard::caught()));
   if (!result.ended) report_end(ctx, board, end);
+  if (result.passed == args.count && result.ended)
+    ctx.note(board.name() + ": all " + std::to_string(args.count) + " tests brought back what was sent");
 }
 
 void end_only(Context &ctx, const std::string &name) {
@@ -254,14 +256,13 @@ void end_only(Context &ctx, const std::string &name) {
 }  // namespace
 
 void add_loopback(CLI::App &root, Context &ctx) {
-  static const std::map<std::string, uint32_t> types = {{"internal", 1}, {"external", 2}};
   auto args = std::make_shared<Args>();
   CLI::App *noun = add_noun(root, "loopback", "Loopback tests");
   CLI::App *verb = add_verb(*noun, "run", "Send data through the port and compare what comes back", ctx,
                             [args](Context &c) { run(c, *args); });
   verb->add_option("BOARD", args->board, board_help)->required()->type_name("");
   verb->add_option("--type", args->type, "Where the data turns round, \"internal\" unless given")
-      ->transform(CLI::CheckedTransformer(types).description(""))
+      ->check(CLI::IsMember({"internal", "external"}).description(""))
       ->type_name("internal|external");
   verb->add_option("--size", args->size, "Bytes of one test, 1024 unless given")
       ->check(CLI::Range(1U, largest).description(""))

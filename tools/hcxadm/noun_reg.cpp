@@ -13,13 +13,12 @@ constexpr Schema pci_schema{"hcxadm.pci.read", 1, 0};
 
 constexpr uint32_t page = 4096;  // the kernel moves no more at a time
 
-enum Space : uint32_t { ctlreg, slim };
-
 struct Args {
   std::string board;
   std::string offset = "0", value;
-  uint32_t space = ctlreg;
+  std::string space = "ctlreg";
   uint32_t count = 1;
+  [[nodiscard]] bool slim() const { return space == "slim"; }
 };
 
 struct Word {
@@ -79,13 +78,12 @@ uint32_t word_offset(const std::string &text) {
   return offset;
 }
 
-Failure space_failure(uint32_t status, const char *verb, uint32_t space, uint32_t offset,
-                      const Board &board) {
-  const std::string what = std::string(verb) + (space == ctlreg ? " control register " : " SLI memory at ") +
-                           human(offset, Kind::hex);
+Failure space_failure(uint32_t status, const char *verb, bool slim, uint32_t offset, const Board &board) {
+  const std::string what =
+      std::string(verb) + (slim ? " SLI memory at " : " control register ") + human(offset, Kind::hex);
   return call_failure(Family::vendor, status, what, board.name(),
-                      status == 2 && space == ctlreg ? "SLI-4 adapters do not show their registers"
-                                                     : "needs root, and an offset that the adapter has");
+                      status == 2 && !slim ? "SLI-4 adapters do not show their registers"
+                                           : "needs root, and an offset that the adapter has");
 }
 
 // Words of SLI memory, a page at a time.
@@ -109,13 +107,13 @@ void read(Context &ctx, const Args &args) {
   const Board &board = ctx.boards.find(args.board);
   std::vector<uint32_t> words(args.count);
   uint32_t status = 0;
-  if (args.space == slim) {
+  if (args.slim()) {
     status = read_slim(board, offset, words);
   } else {
     for (uint32_t i = 0; i < args.count && status == 0; ++i)
       status = ReadCtlReg(static_cast<uint32_t>(board.number), &words[i], offset + 4 * i);
   }
-  if (status != 0) throw space_failure(status, "reading", args.space, offset, board);
+  if (status != 0) throw space_failure(status, "reading", args.slim(), offset, board);
   std::vector<Word> rows;
   for (uint32_t i = 0; i < args.count; ++i)
     rows.push_back({board, offset + 4 * i, words[i]});
@@ -128,29 +126,29 @@ void write(Context &ctx, const Args &args) {
   uint32_t value = number(args.value);
   const Board &board = ctx.boards.find(args.board);
   if (!ctx.confirm("write " + human(value, Kind::hex) + " to " +
-                   (args.space == ctlreg ? "control register " : "SLI memory at ") +
-                   human(offset, Kind::hex) + " of " + board.name() + ", which may stop the adapter"))
+                   (args.slim() ? "SLI memory at " : "control register ") + human(offset, Kind::hex) +
+                   " of " + board.name() + ", which may stop the adapter"))
     return;
   const auto number = static_cast<uint32_t>(board.number);
   uint32_t status = 0;
-  if (args.space == ctlreg) {
+  if (!args.slim()) {
     status = WriteCtlReg(number, &value, offset);
   } else {
     uint8_t bytes[sizeof value];
     memcpy(bytes, &value, sizeof value);
     status = WriteMem(number, bytes, offset, sizeof value);
   }
-  if (status != 0) throw space_failure(status, "writing", args.space, offset, board);
+  if (status != 0) throw space_failure(status, "writing", args.slim(), offset, board);
   // What the adapter shows now; registers need not keep what is written into them.
   uint32_t now = 0;
-  if (args.space == ctlreg) {
+  if (!args.slim()) {
     status = ReadCtlReg(number, &now, offset);
   } else {
     uint8_t bytes[sizeof now];
     status = ReadMem(number, bytes, offset, sizeof bytes);
     memcpy(&now, bytes, sizeof now);
   }
-  if (status != 0) throw space_failure(status, "reading back", args.space, offset, board);
+  if (status != 0) throw space_failure(status, "reading back", args.slim(), offset, board);
   ctx.show(make_table(reg_schema, word_columns, std::vector<Word>{{board, offset, now}}));
   if (now != value)
     ctx.note("it reads " + human(now, Kind::hex) + " after " + human(value, Kind::hex) + " was written");
@@ -180,7 +178,6 @@ void read_pci(Context &ctx, const Args &args) {
 }  // namespace
 
 void add_reg(CLI::App &root, Context &ctx) {
-  static const std::map<std::string, uint32_t> spaces = {{"ctlreg", ctlreg}, {"slim", slim}};
   auto args = std::make_shared<Args>();
   CLI::App *noun = add_noun(root, "reg", "Control registers and SLI memory");
   CLI::App *reader = add_verb(*noun, "read", "Read words, in the processor's order", ctx,
@@ -190,7 +187,7 @@ void add_reg(CLI::App &root, Context &ctx) {
     verb->add_option("BOARD", args->board, board_help)->required()->type_name("");
     verb->add_option("OFFSET", args->offset, "Byte offset, a multiple of 4")->required()->type_name("");
     verb->add_option("--space", args->space, "Registers (\"ctlreg\", unless given) or SLI memory (\"slim\")")
-        ->transform(CLI::CheckedTransformer(spaces).description(""))
+        ->check(CLI::IsMember({"ctlreg", "slim"}).description(""))
         ->type_name("ctlreg|slim");
   }
   reader->add_option("--count", args->count, "Number of words, 1 unless given")

@@ -25,11 +25,18 @@ constexpr Word modes[] = {{"online", DDI_ONDI},
 constexpr Word kinds[] = {{"selective", 1}, {"coordinated", 2}, {"firmware", 3}};
 
 template <size_t N>
-std::map<std::string, uint32_t> by_word(const Word (&words)[N]) {
-  std::map<std::string, uint32_t> map;
+std::vector<std::string> words_of(const Word (&words)[N]) {
+  std::vector<std::string> list;
   for (const Word &word : words)
-    map[word.word] = word.number;
-  return map;
+    list.emplace_back(word.word);
+  return list;
+}
+
+template <size_t N>
+uint32_t number_of(const Word (&words)[N], const std::string &text) {
+  for (const Word &word : words)
+    if (text == word.word) return word.number;
+  return 0;
 }
 
 template <size_t N>
@@ -156,15 +163,16 @@ void set_mode(Context &ctx, const std::string &name, uint32_t mode) {
 void add_reset(CLI::App &root, Context &ctx) {
   struct Args {
     std::string board;
-    uint32_t kind = 1;
+    std::string kind = "selective";
     unsigned seconds = 30;
   };
   auto args = std::make_shared<Args>();
-  CLI::App *verb = add_verb(root, "reset", "Reset an adapter", ctx,
-                            [args](Context &c) { reset(c, args->board, args->kind, args->seconds); });
+  CLI::App *verb = add_verb(root, "reset", "Reset an adapter", ctx, [args](Context &c) {
+    reset(c, args->board, number_of(kinds, args->kind), args->seconds);
+  });
   verb->add_option("BOARD", args->board, board_help)->required()->type_name("");
   verb->add_option("--kind", args->kind, "Kind of reset, \"selective\" unless given")
-      ->transform(CLI::CheckedTransformer(by_word(kinds)).description(""))
+      ->check(CLI::IsMember(words_of(kinds)).description(""))
       ->type_name("selective|coordinated|firmware");
   verb->add_option("--wait", args->seconds, "How long to wait for the board, 30 unless given")
       ->check(CLI::Range(0U, 3600U).description(""))
@@ -174,18 +182,18 @@ void add_reset(CLI::App &root, Context &ctx) {
 void add_mode(CLI::App &root, Context &ctx) {
   struct Args {
     std::string board;
-    uint32_t mode = DDI_SHOW;
+    std::string mode;
   };
   auto args = std::make_shared<Args>();
   CLI::App *verb = add_verb(root, "mode", "Show or set the mode of a board", ctx, [args](Context &c) {
-    if (args->mode == DDI_SHOW)
+    if (args->mode.empty())
       show_mode(c, args->board);
     else
-      set_mode(c, args->board, args->mode);
+      set_mode(c, args->board, number_of(modes, args->mode));
   });
   verb->add_option("BOARD", args->board, board_help)->type_name("");
   verb->add_option("MODE", args->mode, "online, offline, warm, dump or error; shown when left out")
-      ->transform(CLI::CheckedTransformer(by_word(modes)).description(""))
+      ->check(CLI::IsMember(words_of(modes)).description(""))
       ->type_name("");
 }
 
