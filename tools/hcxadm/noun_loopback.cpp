@@ -244,13 +244,18 @@ void run(Context &ctx, const Args &args) {
     ctx.note(board.name() + ": all " + std::to_string(args.count) + " tests brought back what was sent");
 }
 
+const ColumnOf<Result> end_columns[] = {columns[0], columns[1], columns[std::size(columns) - 1]};
+
 void end_only(Context &ctx, const std::string &name) {
   ctx.document(end_schema);
   const Board &board = ctx.boards.find(name);
   if (!ctx.confirm("take " + board.name() + " out of loopback, which resets the link of SLI-3 adapters"))
     return;
+  Result result{.board = board, .args = {}, .mismatch = {}};
   const uint32_t status = end_loopback(board);
-  if (status != 0 || still_in_loopback(board)) report_end(ctx, board, status);
+  result.ended = status == 0 && !still_in_loopback(board);
+  ctx.show(make_table(end_schema, end_columns, std::vector<Result>{result}));
+  if (!result.ended) report_end(ctx, board, status);
 }
 
 }  // namespace
