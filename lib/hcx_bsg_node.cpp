@@ -51,7 +51,8 @@ std::string find_rport(int board, const char *caller, const char *prefix, const 
 }  // namespace
 
 hcx_host *lookup_hcx_host(uint32_t board) {
-  return hcx::no_throw(static_cast<hcx_host *>(nullptr), [board, caller = __func__]() -> hcx_host * {
+  const char *const caller = __func__;
+  return hcx::no_throw(static_cast<hcx_host *>(nullptr), [board, caller]() -> hcx_host * {
     hcx::HostRef host = hcx::board_host(board);
     if (host) host = hcx::rescan(std::move(host));
     if (!host) libhcx_syslog(LOG_ERROR, "%s - board %d : no host", caller, static_cast<int>(board));
@@ -99,9 +100,9 @@ int map_rport_to_bsg(int board, const char *filename, const char *match_str) {
     HCX_LOG(LOG_ERROR, "board %d could not form rport name", board);
     return -1;
   }
-  const std::string name = hcx::no_throw(std::string(), [&, caller = __func__] {
-    return find_rport(board, caller, prefix, filename, match_str);
-  });
+  const char *const caller = __func__;
+  const std::string name =
+      hcx::no_throw(std::string(), [&] { return find_rport(board, caller, prefix, filename, match_str); });
   if (name.empty()) return -1;
   if (!find_bsg_device_mmm(node_dir, name.c_str())) {
     HCX_LOG(LOG_BSG, "board %d no match %s entry for filename %s", board, match_str, filename);

@@ -179,7 +179,8 @@ uint32_t HCX_IssueMboxWithRetryV2(uint32_t board, MAILBOX_t *pMb, uint32_t wLen,
     fail(pMb);
     return 1;
   }
-  const uint32_t result = while_busy(work.get(), retryCnt, whole_seconds_us(retryWait), [&, self = __func__] {
+  const char *const self = __func__;
+  const uint32_t result = while_busy(work.get(), retryCnt, whole_seconds_us(retryWait), [&] {
     memset(work.get(), 0, size > buffer_size ? size : buffer_size);
     memcpy(work.get(), pMb, size);
     const uint32_t rc = issue_on_path(path, board, work.get(), wLen);
