@@ -125,7 +125,7 @@ struct Walk {
     std::vector<std::string> names;
     EXPECT_EQ(m.list(path.c_str(), "", names), 0) << path;
     for (const std::string &name : names)
-      entry(path + "/" + name);
+      entry(std::string(path).append("/").append(name));
   }
 };
 
