@@ -110,6 +110,7 @@ class Lun {
   void build();
   void unbuild();
   void fill_device();
+  void fill_disk_class(const std::string &dir);
   void fill_disk(const std::string &dir);
   void fill_tape(const std::string &dir);
   void put_pages(const std::string &dir);

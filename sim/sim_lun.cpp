@@ -266,8 +266,15 @@ void Lun::fill_device() {
     vfs.put_text(generic + "uevent", "MAJOR=21\nMINOR=" + minor + "\nDEVNAME=" + sg_name() + "\n", 0644);
     vfs.put_link(dir + "generic", "scsi_generic/" + sg_name());
   }
-  if (disk_ >= 0) fill_disk(dir);
-  if (tape_ >= 0) fill_tape(dir);
+  // What is rarely looked at is made when it is.
+  if (disk_ >= 0) {
+    vfs.put_lazy_dir(dir + "scsi_disk", [this, dir] { fill_disk_class(dir); });
+    vfs.put_lazy_dir(dir + "block/" + block_name(), [this, dir] { fill_disk(dir); });
+  }
+  if (tape_ >= 0) {
+    vfs.put_lazy_dir(dir + "scsi_tape", [this, dir] { fill_tape(dir); });
+    vfs.put_link(dir + "tape", "scsi_tape/" + block_name());
+  }
 }
 
 // The vital product data that the kernel read when it found the device; page 0x83 follows what the unit answers.
@@ -292,10 +299,13 @@ void Lun::put_pages(const std::string &dir) {
   };
 }
 
-void Lun::fill_disk(const std::string &dir) {
+void Lun::fill_disk_class(const std::string &dir) {
   Machine &machine = rport_.host().machine();
-  Vfs &vfs = machine.vfs();
-  put_all(vfs, put_class(machine, dir, "scsi_disk", address()), kDisk);
+  put_all(machine.vfs(), put_class(machine, dir, "scsi_disk", address()), kDisk);
+}
+
+void Lun::fill_disk(const std::string &dir) {
+  Vfs &vfs = rport_.host().machine().vfs();
   const std::string block = dir + "block/" + block_name() + "/";
   const std::string number = disk_number(disk_);
   vfs.put_text(block + "dev", number + "\n");
@@ -331,7 +341,6 @@ void Lun::fill_tape(const std::string &dir) {
     }
     minor += 128;
   }
-  vfs.put_link(dir + "tape", "scsi_tape/" + block_name());
 }
 
 }  // namespace sim

@@ -254,6 +254,7 @@ class Machine : public hcx::sysio::Machine {
   std::string folder_;
   std::unique_ptr<nlohmann::json> state_;
   bool dirty_ = false;
+  int state_depth_ = 0;  // how often the state's lock is taken by this thread, which holds the mutex too
   int64_t state_stamp_[3] = {0, 0, 0};
 };
 

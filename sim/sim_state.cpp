@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 
 Machine::StateLock::StateLock(Machine &machine) : machine_(machine) {
-  if (machine_.folder_.empty()) return;
+  if (machine_.folder_.empty() || machine_.state_depth_++ != 0) return;
   fd_ = ::open((machine_.folder_ + "/state.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   if (fd_ < 0) return;
   while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
@@ -31,7 +31,7 @@ Machine::StateLock::StateLock(Machine &machine) : machine_(machine) {
 }
 
 Machine::StateLock::~StateLock() {
-  if (machine_.folder_.empty()) return;
+  if (machine_.folder_.empty() || --machine_.state_depth_ != 0) return;
   try {
     if (machine_.dirty_) machine_.save();
   } catch (const std::exception &) {

@@ -7,25 +7,13 @@
 #include <errno.h>
 #include <sys/stat.h>
 
-#include <deque>
+#include <algorithm>
 #include <stdexcept>
 
 namespace sim {
 
 namespace {
 constexpr int kMaxLinks = 40;
-
-std::vector<std::string_view> split(std::string_view path) {
-  std::vector<std::string_view> parts;
-  size_t pos = 0;
-  while (pos < path.size()) {
-    size_t end = path.find('/', pos);
-    if (end == std::string_view::npos) end = path.size();
-    if (end > pos) parts.push_back(path.substr(pos, end - pos));
-    pos = end + 1;
-  }
-  return parts;
-}
 
 // Nothing below is filled any more either: its makers may go away with the device.
 void mark_removed(Node &node) {
@@ -87,6 +75,42 @@ Node *Node::child(std::string_view name) {
 
 Vfs::Vfs() : root_(std::make_shared<Node>()) {}
 
+// What is still to be walked: the rest of the path, and before it the rests of the links met on the way.
+class Remainder {
+ public:
+  explicit Remainder(std::string_view path) { parts_.push_back(path); }
+  // Keeps the link as long as its text is in use: filling a directory may put a new one in its place.
+  void push(const std::shared_ptr<Node> &link) {
+    links_.push_back(link);
+    parts_.push_back(link->data);
+  }
+  // The next component; empty when there is none.
+  std::string_view next() {
+    while (!parts_.empty()) {
+      std::string_view &rest = parts_.back();
+      const size_t start = rest.find_first_not_of('/');
+      if (start == std::string_view::npos) {
+        parts_.pop_back();
+        continue;
+      }
+      const size_t end = std::min(rest.find('/', start), rest.size());
+      const std::string_view part = rest.substr(start, end - start);
+      rest.remove_prefix(end);
+      return part;
+    }
+    return {};
+  }
+  [[nodiscard]] bool empty() const {
+    return std::all_of(parts_.begin(), parts_.end(), [](std::string_view rest) {
+      return rest.find_first_not_of('/') == std::string_view::npos;
+    });
+  }
+
+ private:
+  std::vector<std::string_view> parts_;
+  std::vector<std::shared_ptr<Node>> links_;
+};
+
 std::shared_ptr<Node> Vfs::find(std::string_view path, bool follow_last, int *error, std::string *canonical) {
   auto fail = [error](int value) -> std::shared_ptr<Node> {
     if (error != nullptr) *error = value;
@@ -95,44 +119,45 @@ std::shared_ptr<Node> Vfs::find(std::string_view path, bool follow_last, int *er
   if (path.empty() || path.front() != '/') return fail(ENOENT);
   const bool want_dir = path.back() == '/';
 
-  std::vector<std::pair<std::string, std::shared_ptr<Node>>> stack{{"", root_}};
-  std::deque<std::string> todo;
-  for (auto part : split(path))
-    todo.emplace_back(part);
+  // Entries of the maps stay where they are while nobody adds or removes any, which only fill() does here, below.
+  using Entry = const Node::Children::value_type *;
+  std::vector<Entry> stack;
+  stack.reserve(24);
+  const auto node_of = [this](Entry entry) -> const std::shared_ptr<Node> & {
+    return entry == nullptr ? root_ : entry->second;
+  };
+  Remainder todo(path);
   int links = 0;
-  while (!todo.empty()) {
-    std::string name = std::move(todo.front());
-    todo.pop_front();
-    if (stack.back().second->kind != NodeKind::dir) return fail(ENOTDIR);
+  for (std::string_view name = todo.next(); !name.empty(); name = todo.next()) {
+    Node &dir = *node_of(stack.empty() ? nullptr : stack.back());
+    if (dir.kind != NodeKind::dir) return fail(ENOTDIR);
     if (name == ".") continue;
     if (name == "..") {
-      if (stack.size() > 1) stack.pop_back();
+      if (!stack.empty()) stack.pop_back();
       continue;
     }
-    Node &dir = *stack.back().second;
     dir.fill();
-    auto it = dir.children.find(key_view(name));
+    const auto it = dir.children.find(key_view(name));
     if (it == dir.children.end()) return fail(ENOENT);
-    const std::shared_ptr<Node> next = it->second;
-    if (next->kind == NodeKind::link && (!todo.empty() || follow_last || want_dir)) {
+    const std::shared_ptr<Node> &next = it->second;
+    if (next->kind == NodeKind::link && (follow_last || want_dir || !todo.empty())) {
       if (++links > kMaxLinks) return fail(ELOOP);
-      if (!next->data.empty() && next->data.front() == '/') stack.resize(1);
-      auto parts = split(next->data);
-      for (auto part = parts.rbegin(); part != parts.rend(); ++part)
-        todo.emplace_front(*part);
+      if (next->data.starts_with('/')) stack.clear();
+      todo.push(next);
       continue;
     }
-    stack.emplace_back(std::move(name), next);
+    stack.push_back(&*it);
   }
-  if (want_dir && stack.back().second->kind != NodeKind::dir) return fail(ENOTDIR);
+  const std::shared_ptr<Node> &found = node_of(stack.empty() ? nullptr : stack.back());
+  if (want_dir && found->kind != NodeKind::dir) return fail(ENOTDIR);
   if (canonical != nullptr) {
     canonical->clear();
-    for (size_t i = 1; i < stack.size(); i++)
-      canonical->append("/").append(stack[i].first);
+    for (const Entry entry : stack)
+      canonical->append("/").append(entry->first.second);
     if (canonical->empty()) *canonical = "/";
   }
   if (error != nullptr) *error = 0;
-  return stack.back().second;
+  return found;
 }
 
 std::shared_ptr<Node> Vfs::parent_of(std::string_view path, std::string &last) {
@@ -145,10 +170,15 @@ std::shared_ptr<Node> Vfs::parent_of(std::string_view path, std::string &last) {
   last = std::string(path.substr(slash + 1));
   if (slash == 0) return root_;
   const auto dir = path.substr(0, slash);
-  if (auto node = find(dir)) return node;
-  put_dir(dir);
+  if (last_parent_ && dir == last_dir_) return last_parent_;
   auto node = find(dir);
+  if (!node) {
+    put_dir(dir);
+    node = find(dir);
+  }
   if (!node) throw std::invalid_argument("simulated path leads nowhere: " + std::string(path));
+  last_dir_ = dir;
+  last_parent_ = node;
   return node;
 }
 
@@ -192,6 +222,7 @@ Node &Vfs::put_binary(std::string_view path, std::string bytes, mode_t mode, int
 
 Node &Vfs::put_link(std::string_view path, std::string target) {
   Node &node = put(path, NodeKind::link, 0777);
+  last_parent_.reset();  // paths may lead elsewhere now
   node.data = std::move(target);
   return node;
 }
@@ -213,6 +244,7 @@ bool Vfs::remove(std::string_view path) {
   dir->fill();
   auto it = dir->children.find(key_view(path.substr(slash + 1)));
   if (it == dir->children.end()) return false;
+  last_parent_.reset();
   mark_removed(*it->second);
   dir->children.erase(it);
   return true;

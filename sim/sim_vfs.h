@@ -106,6 +106,9 @@ class Vfs {
   Node &put(std::string_view path, NodeKind kind, mode_t mode);
 
   std::shared_ptr<Node> root_;
+  // Where the last entry was put: whole directories are made entry by entry.
+  std::string last_dir_;
+  std::shared_ptr<Node> last_parent_;
 };
 
 }  // namespace sim
