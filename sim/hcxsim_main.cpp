@@ -144,6 +144,7 @@ void set_environment(const std::string &folder, const std::string &shim) {
 int run(const std::vector<std::string> &command, const std::string &folder) {
   const std::string shim = find_shim();
   std::vector<char *> args;
+  args.reserve(command.size() + 1);
   for (const std::string &word : command)
     args.push_back(const_cast<char *>(word.c_str()));
   args.push_back(nullptr);
@@ -180,7 +181,8 @@ int list(sim::Machine &machine, const std::string &path) {
   std::sort(names.begin(), names.end());
   for (const std::string &name : names) {
     char target[4096];
-    const std::string whole = path + "/" + name;
+    std::string whole = path;
+    whole.append("/").append(name);
     const ssize_t length = machine.read_link(whole.c_str(), target, sizeof target);
     std::cout << name;
     if (length >= 0) std::cout << " -> " << std::string(target, static_cast<size_t>(length));
