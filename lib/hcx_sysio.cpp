@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -116,6 +118,18 @@ class PosixMachine final : public Machine {
   }
 
   int unlink(const char *path) override { return result(::unlink(path)); }
+  int rename(const char *from, const char *to) override { return result(::rename(from, to)); }
+
+  int sync(int fd) override {
+    int rc;
+    do {
+      rc = ::fsync(fd);
+    } while (rc < 0 && errno == EINTR);
+    return result(rc);
+  }
+
+  mode_t set_umask(mode_t mask) override { return ::umask(mask); }
+  int run(const char *command) override { return result(::system(command)); }
 
   int ioctl(int fd, unsigned long request, void *arg) override {
     // Never started again: the kernel may already have sent what the argument describes.

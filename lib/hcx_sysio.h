@@ -43,6 +43,13 @@ class Machine {
   // Text of a symbolic link, not terminated; its length.
   virtual ssize_t read_link(const char *path, char *buf, size_t size) = 0;
   virtual int unlink(const char *path) = 0;
+  virtual int rename(const char *from, const char *to) = 0;
+  // Until what was written, or a directory's entries, are on disk.
+  virtual int sync(int fd) = 0;
+  // The process's file creation mask; returns the one before.
+  virtual mode_t set_umask(mode_t mask) = 0;
+  // A command line for the shell; its wait status.
+  virtual int run(const char *command) = 0;
   virtual int ioctl(int fd, unsigned long request, void *arg) = 0;
 
   virtual time_t now() = 0;

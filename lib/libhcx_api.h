@@ -15,6 +15,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #include "hbaapi.h"
 #include "hcx_api.h"
@@ -748,7 +749,137 @@ uint32_t SendBSGFcpCmdEx(uint32_t board, HBA_WWN *wwpn, void *cmd_buff, uint32_t
 uint32_t HCX_SendFcpCmd(uint32_t board, HBA_WWN *lwwpn, HBA_WWN *rwwpn, void *cmd_buff, uint32_t cmd_size,
                         void *data_buff, uint32_t *data_size, void *fcp_rsp_buffer, uint32_t *fcp_rsp_size);
 
+/* ---- FC-SP authentication ----
+ *
+ * The configuration and the secrets of the authentication daemon, in "/etc/wardend.conf". The adapter port is found
+ * by its local port name; the board number is not used. Every call but the password checks needs "vosk_enable_auth"
+ * of the port's host to read other than 0. Messages for the operator go to standard output. A change rewrites the
+ * file through "/etc/wardend.conf~" (the process's file creation mask is 066 afterwards) and runs
+ * "/etc/init.d/wardend reload". There is no lock: two processes that change the file at once can lose a change.
+ * A null record gives HCX_AUTH_BAD_CONFIG, a null password HCX_AUTH_BAD_PASSWORD.
+ * Where the file cannot be opened, calls that first verify an authorising password report HCX_AUTH_BAD_CREDENTIALS
+ * after the 3-second wait; the others report HCX_AUTH_ERROR.
+ */
+
+/*
+ * Reads the configuration of a pair.
+ * board: not used. config: in: local_entity, remote_entity; out: the rest. Values out of range are brought into
+ * range with a message.
+ * Returns HCX_AUTH_OK, HCX_AUTH_NO_ENTRY (no CONFIG line), HCX_AUTH_ERROR.
+ * Reads "/etc/wardend.conf". Does not block.
+ */
+uint32_t HCX_GetAuthConfig(uint32_t board, KRX_FCSP_CONFIG *config);
+
+/*
+ * Writes the configuration of a pair, in place of the one it had or as a new line at the end.
+ * config: values out of range are corrected in place. password: the pair's local password, which authorises the
+ * change; a pair without a stored password accepts any well-formed one.
+ * Returns HCX_AUTH_OK, HCX_AUTH_BAD_PASSWORD, HCX_AUTH_BAD_CREDENTIALS (after 3 seconds), HCX_AUTH_BAD_CONFIG,
+ * HCX_AUTH_ERROR. On any failure the file is as it was.
+ * Rewrites "/etc/wardend.conf". Blocks for the daemon's reload, and for 3 seconds on a wrong password.
+ */
+uint32_t HCX_SetAuthConfig(uint32_t board, KRX_FCSP_CONFIG *config, AUTH_PASSWD_INFO *password);
+
+/*
+ * Lists the remote entities that a local port has a configuration for.
+ * pList: in: numberOfEntries, the room in entity[]; out: as many entities as fit, and in numberOfEntries how many
+ * there are.
+ * Returns HCX_AUTH_OK, HCX_AUTH_NO_PORT (no port of that name), HCX_AUTH_ERROR.
+ * Reads "/etc/wardend.conf". Does not block.
+ */
+uint32_t HCX_GetAuthConfigList(uint32_t board, HBA_WWN hba_wwpn, HCX_AUTHCONFIGLIST *pList);
+
+/*
+ * Removes the configuration and the passwords of a pair. A pair that has none is removed all the same.
+ * password: as for HCX_SetAuthConfig().
+ * Returns HCX_AUTH_OK, HCX_AUTH_BAD_PASSWORD, HCX_AUTH_BAD_CREDENTIALS (after 3 seconds), HCX_AUTH_ERROR.
+ * Rewrites "/etc/wardend.conf". Blocks as HCX_SetAuthConfig() does.
+ */
+uint32_t HCX_DeleteAuthConfig(uint32_t board, HBA_WWN hba_wwpn, HBA_WWN tgt_wwpn, AUTH_PASSWD_INFO *password);
+
+/*
+ * Writes a CONFIG line to an open stream.
+ * fp: the caller's stream. config: written as it stands.
+ * Returns nothing; a stream error is left in the stream.
+ */
+void write_config(FILE *fp, KRX_FCSP_CONFIG *config);
+
+/*
+ * Tells which passwords a pair has. No password is handed out.
+ * password: in: local_entity, remote_entity; out: the type of current_local_passwd and current_remote_passwd as
+ * stored, the type of the new ones HCX_AUTH_PASSWD_IGNORE.
+ * Returns HCX_AUTH_OK, HCX_AUTH_NO_ENTRY (no PASSWORD line), HCX_AUTH_ERROR.
+ * Reads "/etc/wardend.conf". Does not block.
+ */
+uint32_t HCX_GetAuthPassword(uint32_t board, KRX_AUTH_PASSWD *password);
+
+/*
+ * Changes the password of one direction: the remote one when both local types are HCX_AUTH_PASSWD_IGNORE, else the
+ * local one, for which both remote types must be that.
+ * password: current_* authorises the change (any is accepted while nothing is stored), new_* is stored. A new text
+ * may hold no blanks and no control characters. The record is not changed.
+ * Returns HCX_AUTH_OK, HCX_AUTH_BAD_PASSWORD, HCX_AUTH_BAD_CREDENTIALS (after 3 seconds), HCX_AUTH_SAME_PASSWORD (the
+ * new password is the other direction's), HCX_AUTH_ERROR (also: both directions given).
+ * Rewrites "/etc/wardend.conf". Blocks as HCX_SetAuthConfig() does.
+ */
+uint32_t HCX_SetAuthPassword(uint32_t board, KRX_AUTH_PASSWD *password);
+
+/*
+ * Reads the driver's authentication status of a port towards the fabric.
+ * pStatus: in: local_entity, remote_entity (all 0xff); out: auth_state and, by state, the reason of a failure or
+ * what was negotiated. Fields whose attribute tells nothing stay as they were.
+ * Returns HCX_AUTH_OK, HCX_AUTH_NO_PORT (another remote entity), HCX_AUTH_ERROR.
+ * Reads "auth_state", "auth_protocol", "auth_dhgroup", "auth_hash", "auth_dir", "auth_last", "auth_next". Does not
+ * block.
+ */
+uint32_t HCX_GetAuthStatus(uint32_t board, HCX_AUTHSTATUS *pStatus);
+
+/*
+ * Asks the driver to authenticate with a remote entity now.
+ * Returns HCX_AUTH_OK when the driver took the request, else HCX_AUTH_ERROR.
+ * Writes the remote name to "vosk_authenticate". Does not wait for the outcome.
+ */
+uint32_t HCX_InitiateAuthentication(uint32_t board, HBA_WWN hba_wwpn, HBA_WWN tgt_wwpn);
+
+/*
+ * Authentication is switched on and off with the driver parameter "vosk_enable_auth", not here.
+ * Both return HCX_AUTH_NOT_SUPPORTED.
+ */
+uint32_t HCX_EnableAuthentication(uint32_t board);
+uint32_t HCX_DisableAuthentication(uint32_t board);
+
+/*
+ * Checks that a password is well formed: a known type and, unless that is HCX_AUTH_PASSWD_IGNORE, 8 to 128 bytes.
+ * Returns 0 when it is, 1 when not, with a message. Reads nothing.
+ */
+int check_password(AUTH_PASSWD_INFO *password);
+
+/*
+ * Compares passwords with the stored ones of a pair.
+ * hba_wwpn, tgt_wwpn: the names as numbers. lpassword, rpassword: what to compare with the local and the remote
+ * password; null: not compared.
+ * Returns 0 (match), HCX_AUTH_NO_ENTRY (none stored but one given), HCX_AUTH_BAD_CREDENTIALS, HCX_AUTH_ERROR (the
+ * file cannot be opened). The time it takes does not tell where two passwords differ.
+ * Reads "/etc/wardend.conf".
+ */
+int verify_password(uint64_t hba_wwpn, uint64_t tgt_wwpn, AUTH_PASSWD_INFO *lpassword, AUTH_PASSWD_INFO *rpassword);
+
+/*
+ * Parses a PASSWORD line.
+ * line: terminated text. password: out: the pair and, in current_local_passwd and current_remote_passwd, what the
+ * line holds; values that are missing read as HCX_AUTH_PASSWD_IGNORE. The caller wipes the record.
+ * Returns 0, or 1 when the line names no pair (the record is not changed then).
+ */
+int read_password(char *line, KRX_AUTH_PASSWD *password);
+
+/*
+ * Writes a PASSWORD line with the pair's new_local_passwd and new_remote_passwd to an open stream.
+ * Returns nothing; a stream error is left in the stream.
+ */
+void write_password(FILE *fp, KRX_AUTH_PASSWD *password);
+
 #pragma GCC visibility pop
+
 #ifdef __cplusplus
 }
 #endif
