@@ -75,7 +75,7 @@ uint32_t authorise_change(KRX_AUTH_PASSWD &change) {
                       change.new_local_passwd.type == HCX_AUTH_PASSWD_IGNORE;
   if (!remote && (change.current_remote_passwd.type != HCX_AUTH_PASSWD_IGNORE ||
                   change.new_remote_passwd.type != HCX_AUTH_PASSWD_IGNORE)) {
-    printf("ERROR: Remote.type!=ignore && local.type!=ignore");
+    puts("ERROR: Remote.type!=ignore && local.type!=ignore");
     return HCX_AUTH_ERROR;
   }
   AUTH_PASSWD_INFO &current = remote ? change.current_remote_passwd : change.current_local_passwd;

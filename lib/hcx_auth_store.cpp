@@ -135,20 +135,16 @@ bool append_list(Secret &out, const char *before, const uint8_t *values, size_t 
 bool append_password(Secret &out, const AUTH_PASSWD_INFO &password, bool local) {
   const char end = local ? ' ' : '\n';
   int length = static_cast<int>(std::min<size_t>(password.length, password_size));
-  switch (password.type) {
-    case HCX_AUTH_PASSWD_TEXT:
-      if (length == 0) length = static_cast<int>(password_size);
-      return append_format(out, "%d %.*s%c", password.type, length, password.password, end);
-    case HCX_AUTH_PASSWD_BINARY: {
-      bool ok = append_format(out, "%d %s", password.type, local && length % 2 ? "0" : "");
-      for (int i = 0; ok && i < length; ++i) {
-        ok = append_format(out, "%02X", static_cast<unsigned>(static_cast<uint8_t>(password.password[i])));
-      }
-      return ok && out.append({&end, 1});
+  if (password.type == HCX_AUTH_PASSWD_IGNORE) return append_format(out, "%d 0%c", password.type, end);
+  if (password.type == HCX_AUTH_PASSWD_BINARY) {
+    bool ok = append_format(out, "%d %s", password.type, local && length % 2 ? "0" : "");
+    for (int i = 0; ok && i < length; ++i) {
+      ok = append_format(out, "%02X", static_cast<unsigned>(static_cast<uint8_t>(password.password[i])));
     }
-    default:
-      return append_format(out, "%d 0%c", HCX_AUTH_PASSWD_IGNORE, end);
+    return ok && out.append({&end, 1});
   }
+  if (length == 0) length = static_cast<int>(password_size);
+  return append_format(out, "%d %.*s%c", password.type, length, password.password, end);
 }
 
 int read_all(int fd, Secret &content) {
