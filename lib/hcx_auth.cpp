@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// FC-SP configuration: the CONFIG lines of the authentication daemon's file, one for each pair of local port and
-// remote entity. Messages go to standard output, as administrators' scripts expect them there. No state; any thread.
+// FC-SP configuration: the CONFIG lines of the authentication daemon's file, one for each pair of local port
+// and remote entity. Messages go to standard output, as administrators' scripts expect them there. No state;
+// any thread.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>

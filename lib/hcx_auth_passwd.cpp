@@ -39,7 +39,7 @@ bool same_secret(const AUTH_PASSWD_INFO &a, const AUTH_PASSWD_INFO &b) {
   const unsigned length = std::min(a.length, max_length);
   unsigned difference = (a.type ^ b.type) | (a.length ^ b.length);
   for (unsigned i = 0; i < max_length; ++i) {
-    const unsigned counts = i < length ? 0xff : 0;
+    const unsigned counts = i < length ? 0xffu : 0u;
     difference |= static_cast<unsigned>(a.password[i] ^ b.password[i]) & counts;
   }
   return difference == 0;
@@ -51,9 +51,12 @@ bool matches(const AUTH_PASSWD_INFO *given, const AUTH_PASSWD_INFO &stored) {
   return same_secret(*given, stored);
 }
 
-bool is_given(const AUTH_PASSWD_INFO *password) { return password && password->type != HCX_AUTH_PASSWD_IGNORE; }
+bool is_given(const AUTH_PASSWD_INFO *password) {
+  return password && password->type != HCX_AUTH_PASSWD_IGNORE;
+}
 
-// A blank would split the value, a newline would add a line to the file, and what follows a NUL would be lost.
+// A blank would split the value, a newline would add a line to the file, and what follows a NUL would be
+// lost.
 bool storable(const AUTH_PASSWD_INFO &password) {
   if (password.type != HCX_AUTH_PASSWD_TEXT) return true;
   for (unsigned i = 0; i < password.length; ++i) {
@@ -106,7 +109,8 @@ class SetPassword final : public Editor {
                is_given(&change_.new_remote_passwd) ? change_.new_remote_passwd : stored.remote, out);
   }
   uint32_t end(Secret &out) override {
-    return done_ ? HCX_AUTH_OK : put(change_.new_local_passwd, change_.new_remote_passwd, out);
+    if (done_) return HCX_AUTH_OK;
+    return put(change_.new_local_passwd, change_.new_remote_passwd, out);
   }
 
  private:
@@ -144,7 +148,8 @@ int check_password(AUTH_PASSWD_INFO *password) {
   return 0;
 }
 
-int verify_password(uint64_t hba_wwpn, uint64_t tgt_wwpn, AUTH_PASSWD_INFO *lpassword, AUTH_PASSWD_INFO *rpassword) {
+int verify_password(uint64_t hba_wwpn, uint64_t tgt_wwpn, AUTH_PASSWD_INFO *lpassword,
+                    AUTH_PASSWD_INFO *rpassword) {
   HCX_TRACE();
   Secret content;
   if (!load_or_complain(content)) return HCX_AUTH_ERROR;
@@ -165,7 +170,8 @@ uint32_t HCX_GetAuthPassword(uint32_t, KRX_AUTH_PASSWD *password) {
   Secret content;
   if (!load_or_complain(content)) return HCX_AUTH_ERROR;
   Stored stored;
-  if (!find_stored(content.view(), password->local_entity, password->remote_entity, stored)) return HCX_AUTH_NO_ENTRY;
+  if (!find_stored(content.view(), password->local_entity, password->remote_entity, stored))
+    return HCX_AUTH_NO_ENTRY;
   password->current_local_passwd.type = stored.local.type;
   password->current_remote_passwd.type = stored.remote.type;
   password->new_local_passwd.type = HCX_AUTH_PASSWD_IGNORE;

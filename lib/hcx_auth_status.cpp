@@ -27,11 +27,14 @@ constexpr StateWord state_words[] = {
     {"", 4, 1},
 };
 
-bool begins(const char *text, const char *with) { return strncmp(text, with, strlen(with)) == 0; }
+bool begins(const char *text, const char *with) {
+  return strncmp(text, with, strlen(with)) == 0;
+}
 
 const StateWord &state_of(const char *text) {
   const StateWord *word = state_words;
-  while (!begins(text, word->begins)) ++word;
+  while (!begins(text, word->begins))
+    ++word;
   return *word;
 }
 

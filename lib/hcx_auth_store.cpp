@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Reading and rewriting the authentication daemon's configuration file, and the text forms of its CONFIG and PASSWORD
-// lines: one reader and one writer for each. Lines that are neither are carried over byte for byte, however long.
+// Reading and rewriting the authentication daemon's configuration file, and the text forms of its CONFIG and
+// PASSWORD lines: one reader and one writer for each. Lines that are neither are carried over byte for byte,
+// however long.
 #include "hcx_auth_store.h"
 
 #include <errno.h>
@@ -79,8 +80,8 @@ int hex_digit(char c) {
   return -1;
 }
 
-// Two digits a byte. The writer puts a "0" before an odd number of bytes, which is no part of the secret; any other
-// odd count begins with a byte of one digit.
+// Two digits a byte. The writer puts a "0" before an odd number of bytes, which is no part of the secret; any
+// other odd count begins with a byte of one digit.
 void parse_binary(std::string_view digits, AUTH_PASSWD_INFO &password) {
   size_t length = 0;
   if (digits.size() % 2) {
@@ -128,7 +129,8 @@ __attribute__((format(printf, 2, 3))) bool append_format(Secret &out, const char
 
 bool append_list(Secret &out, const char *before, const uint8_t *values, size_t count) {
   bool ok = append_format(out, "%s%d", before, values[0]);
-  for (size_t i = 1; ok && i < count; ++i) ok = append_format(out, ":%d", values[i]);
+  for (size_t i = 1; ok && i < count; ++i)
+    ok = append_format(out, ":%d", values[i]);
   return ok;
 }
 
@@ -195,7 +197,9 @@ void sync_directory() {
 
 }  // namespace
 
-void wipe(void *data, size_t size) { explicit_bzero(data, size); }
+void wipe(void *data, size_t size) {
+  explicit_bzero(data, size);
+}
 
 void Secret::wipe() {
   if (data_) explicit_bzero(data_.get(), capacity_);
@@ -268,16 +272,19 @@ bool parse_config(std::string_view text, ConfigFields &fields) {
 }
 
 bool format_config(const KRX_FCSP_CONFIG &config, Secret &out) {
-  return append_format(out, "CONFIG %" PRIX64 " %" PRIX64 " %d %d %d ", config.local_entity, config.remote_entity,
-                       config.authentication_timeout, config.authentication_mode, config.bidirectional) &&
+  return append_format(out, "CONFIG %" PRIX64 " %" PRIX64 " %d %d %d ", config.local_entity,
+                       config.remote_entity, config.authentication_timeout, config.authentication_mode,
+                       config.bidirectional) &&
          append_list(out, "", config.authentication_type_priority, 4) &&
-         append_list(out, " ", config.hash_priority, 4) && append_list(out, " ", config.dh_group_priority, 8) &&
+         append_list(out, " ", config.hash_priority, 4) &&
+         append_list(out, " ", config.dh_group_priority, 8) &&
          append_format(out, " %d\n", config.reauthenticate_time_interval);
 }
 
 void parse_passwords(std::string_view text, AUTH_PASSWD_INFO &local, AUTH_PASSWD_INFO &remote) {
   Words words(text);
-  for (int skip = 0; skip < 3; ++skip) words.next();
+  for (int skip = 0; skip < 3; ++skip)
+    words.next();
   for (AUTH_PASSWD_INFO *password : {&local, &remote}) {
     const std::string_view type = words.next();
     parse_password(type, words.next(), *password);

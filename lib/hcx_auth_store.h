@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The authentication daemon's configuration file: its lines, and the one way in which it is rewritten.
 //
-// The file holds secrets. Whatever is read from it or formatted for it lives in Secret buffers, which are wiped when
-// they go. Nothing here is cached and no lock is taken; two processes that change the file at once can lose a change.
+// The file holds secrets. Whatever is read from it or formatted for it lives in Secret buffers, which are
+// wiped when they go. Nothing here is cached and no lock is taken; two processes that change the file at once
+// can lose a change.
 #pragma once
 
 #include <cstddef>
@@ -46,8 +47,8 @@ class Secret {
 
 enum class Kind { config, password, other };
 
-// One line of the file, with its newline if it has one. `paired` tells whether the two names could be read; a line
-// without them belongs to no pair, whatever it begins with.
+// One line of the file, with its newline if it has one. `paired` tells whether the two names could be read; a
+// line without them belongs to no pair, whatever it begins with.
 struct ConfLine {
   std::string_view text;
   Kind kind = Kind::other;
@@ -99,9 +100,9 @@ class Editor {
   virtual uint32_t end(Secret &out) = 0;
 };
 
-// Runs every line through the editor and puts the result in place: a new temporary file, flushed to disk, renamed
-// over the old one, the daemon told to reload. Until the rename the old file is untouched. 0, the editor's result, or
-// HCX_AUTH_ERROR.
+// Runs every line through the editor and puts the result in place: a new temporary file, flushed to disk,
+// renamed over the old one, the daemon told to reload. Until the rename the old file is untouched. 0, the
+// editor's result, or HCX_AUTH_ERROR.
 uint32_t rewrite(Editor &editor);
 
 // Overwrites a record that held a secret.
