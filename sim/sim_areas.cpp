@@ -5,6 +5,7 @@
 namespace sim {
 
 void install_areas(Machine &machine) {
+  install_auth(machine);
   install_management_revision(machine);
   install_parameters(machine);
   install_mailbox(machine);

@@ -10,6 +10,7 @@ class Machine;
 
 void install_areas(Machine &machine);
 
+void install_auth(Machine &machine);
 void install_management_revision(Machine &machine);
 void install_parameters(Machine &machine);
 void install_mailbox(Machine &machine);

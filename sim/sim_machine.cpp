@@ -15,6 +15,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <utility>
 
 #include "sim_areas.h"
 #include "sim_state.h"
@@ -155,6 +156,7 @@ int Machine::enter(Verb verb, std::string_view path, size_t *limit) {
     armed.seen++;
     if (armed.seen != fault.nth && !(fault.persistent && armed.seen > fault.nth)) continue;
     fault_hit_ = true;
+    if (fault.kill) ::_exit(9);
     if (!fault.short_count) return -fault.error;
     if (limit != nullptr) *limit = std::min(*limit, *fault.short_count);
   }
@@ -416,6 +418,45 @@ int Machine::unlink(const char *path) {
   return 0;
 }
 
+int Machine::rename(const char *from, const char *to) {
+  const std::lock_guard guard(mutex_);
+  if (const int rc = enter(Verb::rename, from); rc != 0) return rc;
+  const std::string real = folder_.empty() ? "" : plain_path(from);
+  const std::string real_to = folder_.empty() ? "" : plain_path(to);
+  if (!real.empty() && !real_to.empty()) return ::rename(real.c_str(), real_to.c_str()) != 0 ? -errno : 0;
+  int error = 0;
+  auto node = vfs_.find(from, false, &error);
+  if (!node) return -error;
+  if (node->sysfs) return -EPERM;
+  vfs_.remove(to);
+  vfs_.put_text(to, node->data, node->mode);
+  vfs_.remove(from);
+  return 0;
+}
+
+int Machine::sync(int fd) {
+  const std::lock_guard guard(mutex_);
+  OpenFile *opened = file(fd);
+  if (const int rc = enter(Verb::sync, opened != nullptr ? opened->path : ""); rc != 0) return rc;
+  return opened == nullptr ? -EBADF : 0;
+}
+
+mode_t Machine::set_umask(mode_t mask) {
+  const std::lock_guard guard(mutex_);
+  return std::exchange(file_mask, mask);
+}
+
+int Machine::run(const char *command) {
+  const std::lock_guard guard(mutex_);
+  if (const int rc = enter(Verb::run, command); rc != 0) return rc;
+  if (folder_.empty()) {
+    commands_.emplace_back(command);
+  } else {
+    append_line(folder_ + "/commands", command);
+  }
+  return 0;
+}
+
 int Machine::ioctl(int fd, unsigned long request, void *arg) {
   const std::lock_guard guard(mutex_);
   OpenFile *opened = file(fd);
@@ -591,6 +632,11 @@ std::vector<uint64_t> Machine::delays() {
   return delays_;
 }
 
+std::vector<std::string> Machine::commands() {
+  const std::lock_guard guard(mutex_);
+  return commands_;
+}
+
 void Machine::record(Request request) {
   // A shared machine lives as long as its command: nobody asks, and the list must not grow.
   if (folder_.empty()) requests_.push_back(std::move(request));
@@ -602,6 +648,7 @@ void Machine::clear_records() {
   writes_.clear();
   requests_.clear();
   delays_.clear();
+  commands_.clear();
   for (auto &count : calls_)
     count = 0;
 }

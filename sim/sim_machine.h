@@ -43,6 +43,9 @@ enum class Verb {
   list,
   read_link,
   unlink,
+  rename,
+  sync,
+  run,
   ioctl,
   host_name,
   count_
@@ -57,6 +60,7 @@ struct Fault {
   bool persistent = false;
   int error = EIO;
   std::optional<size_t> short_count = {};  // read, write: move at most so many bytes instead of failing
+  bool kill = false;                       // the process ends here, as if by SIGKILL
 };
 
 struct Write {
@@ -146,8 +150,12 @@ class Machine : public hcx::sysio::Machine {
   std::vector<uint64_t> delays();  // microseconds
   // Lists for tests are kept; not where a folder is shared and the machine lives as long as its command.
   [[nodiscard]] bool records_kept() const { return folder_.empty(); }
+  std::vector<std::string> commands();  // given to the shell
   void record(Request request);
   void clear_records();
+
+  // The file creation mask last set.
+  mode_t file_mask = 022;
 
   // What host_name() answers.
   std::string computer = "simhost";
@@ -186,6 +194,11 @@ class Machine : public hcx::sysio::Machine {
   int list(const char *path, const char *prefix, std::vector<std::string> &names) override;
   ssize_t read_link(const char *path, char *buf, size_t size) override;
   int unlink(const char *path) override;
+  int rename(const char *from, const char *to) override;
+  int sync(int fd) override;
+  mode_t set_umask(mode_t mask) override;
+  // Recorded, not run; with a state folder in its file "commands".
+  int run(const char *command) override;
   int ioctl(int fd, unsigned long request, void *arg) override;
   time_t now() override;
   int host_name(char *buf, size_t size) override;
@@ -249,6 +262,7 @@ class Machine : public hcx::sysio::Machine {
   std::vector<Write> writes_;
   std::vector<Request> requests_;
   std::vector<uint64_t> delays_;
+  std::vector<std::string> commands_;
 
   std::function<void()> fill_;
   std::string folder_;

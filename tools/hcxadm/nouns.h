@@ -26,6 +26,7 @@
   NOUN(ct)                 \
   NOUN(els)                \
   NOUN(rnid)               \
+  NOUN(auth)               \
   NOUN(caps)               \
   NOUN(log)                \
   NOUN(version)
