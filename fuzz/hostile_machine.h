@@ -111,6 +111,13 @@ class HostileMachine final : public hcx::sysio::Machine {
     memcpy(buf, said.data(), n);
     return static_cast<ssize_t>(n);
   }
+  int rename(const char *, const char *) override { return refuses() ? error() : 0; }
+  int sync(int fd) override {
+    file(fd);
+    return refuses() ? error() : 0;
+  }
+  mode_t set_umask(mode_t) override { return 022; }
+  int run(const char *) override { return refuses() ? error() : 0; }
   int unlink(const char *) override { return refuses() ? error() : 0; }
   int ioctl(int fd, unsigned long, void *arg) override {
     file(fd);

@@ -30,6 +30,12 @@ class RootedMachine : public hcx::sysio::Machine {
     return real_.read_link(at(path).c_str(), buf, size);
   }
   int unlink(const char *path) override { return real_.unlink(at(path).c_str()); }
+  int rename(const char *from, const char *to) override {
+    return real_.rename(at(from).c_str(), at(to).c_str());
+  }
+  int sync(int fd) override { return real_.sync(fd); }
+  mode_t set_umask(mode_t mask) override { return real_.set_umask(mask); }
+  int run(const char *) override { return 0; }
   int ioctl(int fd, unsigned long request, void *arg) override { return real_.ioctl(fd, request, arg); }
   time_t now() override { return real_.now(); }
   void sleep_us(uint64_t microseconds) override { real_.sleep_us(microseconds); }

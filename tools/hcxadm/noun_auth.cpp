@@ -14,7 +14,7 @@ namespace hcxadm {
 namespace {
 
 constexpr Schema config_schema{"hcxadm.auth", 1, 0};
-constexpr Schema status_schema{"hcxadm.auth-status", 1, 0};
+constexpr Schema status_schema{"hcxadm.auth.status", 1, 0};
 constexpr uint64_t fabric = UINT64_MAX;
 
 // The library tells the operator things on standard output, where JSON and tables belong.
@@ -72,7 +72,9 @@ HBA_WWN wwn_of(uint64_t number) {
   return wwn;
 }
 
-std::string entity_text(uint64_t entity) { return entity == fabric ? "fabric" : wwn_text(wwn_of(entity).wwn); }
+std::string entity_text(uint64_t entity) {
+  return entity == fabric ? "fabric" : wwn_text(wwn_of(entity).wwn);
+}
 
 uint64_t parse_entity(const std::string &text) {
   if (text == "fabric") return fabric;
@@ -90,7 +92,8 @@ uint64_t parse_entity(const std::string &text) {
 void check(uint32_t result, const std::string &tried, const Board &board) {
   if (result == HCX_AUTH_OK) return;
   const char *todo = "";
-  if (result == HCX_AUTH_ERROR) todo = "see that vosk_enable_auth is 1 and /etc/wardend.conf can be read and written";
+  if (result == HCX_AUTH_ERROR)
+    todo = "see that vosk_enable_auth is 1 and /etc/wardend.conf can be read and written";
   if (result == HCX_AUTH_BAD_CREDENTIALS) todo = "give the pair's current password";
   throw call_failure(Family::fcsp, result, tried, board.name(), todo);
 }
@@ -212,21 +215,26 @@ const ColumnOf<Row> config_columns[] = {
      [](const Row &r) { return Value(entity_text(r.config.remote_entity)); }},
     {"timeout_s", "TIMEOUT(s)", Kind::number, In::rows,
      [](const Row &r) { return Value(r.config.authentication_timeout); }},
-    {"mode", "MODE", Kind::number, In::rows, [](const Row &r) { return Value(r.config.authentication_mode); }},
+    {"mode", "MODE", Kind::number, In::rows,
+     [](const Row &r) { return Value(r.config.authentication_mode); }},
     {"bidirectional", "BIDIRECTIONAL", Kind::flag, In::rows,
      [](const Row &r) { return Value(r.config.bidirectional != 0); }},
     {"types", "TYPES", Kind::list, In::rows,
      [](const Row &r) { return list_value(r.config.authentication_type_priority, 4, true); }},
-    {"hashes", "HASHES", Kind::list, In::rows, [](const Row &r) { return list_value(r.config.hash_priority, 4, true); }},
+    {"hashes", "HASHES", Kind::list, In::rows,
+     [](const Row &r) { return list_value(r.config.hash_priority, 4, true); }},
     {"dh_groups", "DH GROUPS", Kind::list, In::rows,
      [](const Row &r) { return list_value(r.config.dh_group_priority, 8, false); }},
     {"reauthenticate_s", "REAUTH(s)", Kind::number, In::rows,
      [](const Row &r) { return Value(r.config.reauthenticate_time_interval); }},
     {"local_password", "LOCAL PASSWORD", Kind::text, In::record, [](const Row &r) { return r.passwords[0]; }},
-    {"remote_password", "REMOTE PASSWORD", Kind::text, In::record, [](const Row &r) { return r.passwords[1]; }},
+    {"remote_password", "REMOTE PASSWORD", Kind::text, In::record,
+     [](const Row &r) { return r.passwords[1]; }},
 };
 
-uint32_t board_index(const Board &board) { return static_cast<uint32_t>(board.number); }
+uint32_t board_index(const Board &board) {
+  return static_cast<uint32_t>(board.number);
+}
 
 Row read_pair(const Board &board, uint64_t remote) {
   Row row;
@@ -254,7 +262,8 @@ std::vector<uint64_t> remotes_of(const Board &board) {
     memcpy(bytes.data(), &room, sizeof(room));
     {
       const MessagesToStderr messages;
-      check(HCX_GetAuthConfigList(board_index(board), board.wwpn, list), "listing the authentications", board);
+      check(HCX_GetAuthConfigList(board_index(board), board.wwpn, list), "listing the authentications",
+            board);
     }
     uint32_t count;
     memcpy(&count, bytes.data(), sizeof(count));
@@ -341,7 +350,8 @@ void set(Context &ctx, const SetOptions &options, const PasswordOptions &passwor
   const uint64_t remote = parse_entity(options.remote);
   KRX_FCSP_CONFIG config = config_to_change(board, remote);
   if (options.timeout) config.authentication_timeout = *options.timeout;
-  if (options.mode) config.authentication_mode = static_cast<uint8_t>(*options.mode > 255 ? 255 : *options.mode);
+  if (options.mode)
+    config.authentication_mode = static_cast<uint8_t>(*options.mode > 255 ? 255 : *options.mode);
   if (options.bidirectional) config.bidirectional = *options.bidirectional ? 1 : 0;
   if (options.interval) config.reauthenticate_time_interval = *options.interval;
   put_list(options.types, config.authentication_type_priority, 4, "authentication types");
@@ -383,7 +393,8 @@ void change_password(Context &ctx, const std::string &name, const std::string &r
   const Board &board = ctx.boards.find(name);
   const uint64_t remote = parse_entity(remote_name);
   const bool local = direction == "local";
-  if (!ctx.confirm("change the " + direction + " password of " + board.name() + " with " + entity_text(remote)))
+  if (!ctx.confirm("change the " + direction + " password of " + board.name() + " with " +
+                   entity_text(remote)))
     return;
   Passwords passwords;
   KRX_AUTH_PASSWD &record = passwords.record;
@@ -411,7 +422,7 @@ void change_password(Context &ctx, const std::string &name, const std::string &r
 // ---- status, start ----
 
 constexpr const char *state_names[] = {"", "not authenticated", "authenticating", "authenticated", "failed"};
-constexpr const char *reason_names[] = {"",       "other",        "ELS time-out", "transaction time-out",
+constexpr const char *reason_names[] = {"",       "other",       "ELS time-out", "transaction time-out",
                                         "LS_RJT", "LS_RJT busy", "AUTH reject"};
 
 template <size_t Size>
@@ -419,7 +430,9 @@ Value word_of(const char *const (&words)[Size], uint8_t value) {
   return value > 0 && value < Size ? Value(words[value]) : Value();
 }
 
-bool done(const HCX_AUTHSTATUS &s) { return s.auth_state == 3; }
+bool done(const HCX_AUTHSTATUS &s) {
+  return s.auth_state == 3;
+}
 
 const ColumnOf<HCX_AUTHSTATUS> status_columns[] = {
     {"local", "LOCAL", Kind::text, In::rows,
@@ -433,7 +446,9 @@ const ColumnOf<HCX_AUTHSTATUS> status_columns[] = {
     {"dh_group", "DH GROUP", Kind::number, In::rows,
      [](const HCX_AUTHSTATUS &s) { return s.dhGroup ? Value(s.dhGroup - 1) : Value(); }},
     {"hash", "HASH", Kind::text, In::rows,
-     [](const HCX_AUTHSTATUS &s) { return s.hash == 1 ? Value("MD5") : s.hash == 2 ? Value("SHA-1") : Value(); }},
+     [](const HCX_AUTHSTATUS &s) {
+       return s.hash == 1 ? Value("MD5") : s.hash == 2 ? Value("SHA-1") : Value();
+     }},
     {"local_authenticated", "LOCAL DONE", Kind::flag, In::rows,
      [](const HCX_AUTHSTATUS &s) { return done(s) ? Value(s.localAuth != 0) : Value(); }},
     {"remote_authenticated", "REMOTE DONE", Kind::flag, In::rows,
@@ -485,7 +500,8 @@ void add_set(CLI::App &noun, Context &ctx) {
   verb->add_option("REMOTE", options->remote, "Port name, or \"fabric\"")->required()->type_name("");
   verb->add_option("--timeout", options->timeout, "Seconds, 20 to 999")->type_name("S");
   verb->add_option("--mode", options->mode, "1 to 3")->type_name("N");
-  verb->add_option("--bidirectional", options->bidirectional, "Authenticate in both directions")->type_name("BOOL");
+  verb->add_option("--bidirectional", options->bidirectional, "Authenticate in both directions")
+      ->type_name("BOOL");
   verb->add_option("--types", options->types, "Authentication types by priority, each 1 to 5")
       ->delimiter(',')
       ->type_name("N,...");
@@ -495,7 +511,8 @@ void add_set(CLI::App &noun, Context &ctx) {
   verb->add_option("--dh-groups", options->groups, "DH groups by priority, each 0 to 5")
       ->delimiter(',')
       ->type_name("N,...");
-  verb->add_option("--reauthenticate", options->interval, "Seconds, 10 to 3600, or 0 for never")->type_name("S");
+  verb->add_option("--reauthenticate", options->interval, "Seconds, 10 to 3600, or 0 for never")
+      ->type_name("S");
   add_password_options(*verb, passwords);
 }
 
@@ -515,10 +532,9 @@ void add_auth(CLI::App &root, Context &ctx) {
   add_set(*noun, ctx);
   auto passwords = std::make_shared<PasswordOptions>();
   auto removed = std::make_shared<std::shared_ptr<Pair>>();
-  CLI::App *verb = add_verb(*noun, "delete", "Delete a configuration and its passwords", ctx,
-                            [removed, passwords](Context &c) {
-                              remove(c, (*removed)->board, (*removed)->remote, *passwords);
-                            });
+  CLI::App *verb = add_verb(
+      *noun, "delete", "Delete a configuration and its passwords", ctx,
+      [removed, passwords](Context &c) { remove(c, (*removed)->board, (*removed)->remote, *passwords); });
   *removed = add_pair(*verb, true);
   add_password_options(*verb, passwords);
   auto changed = std::make_shared<std::shared_ptr<Pair>>();
