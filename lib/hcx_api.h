@@ -596,13 +596,13 @@ static inline void hcx_mbox_set_owner(void *mbox, unsigned owner) {
 /* Results of the FC-SP calls. */
 enum hcx_auth_result {
   HCX_AUTH_OK = 0,
-  HCX_AUTH_NO_ENTRY = 0x8001,         /* the file has no such line for the pair */
-  HCX_AUTH_BAD_CREDENTIALS = 0x8004,  /* the authorising password does not match */
-  HCX_AUTH_NO_PORT = 0x8005,          /* no such local port, or a remote entity that has no status */
-  HCX_AUTH_BAD_PASSWORD = 0x8006,     /* a password is malformed */
-  HCX_AUTH_BAD_CONFIG = 0x8009,       /* the configuration is invalid */
-  HCX_AUTH_ERROR = 0x800d,            /* authentication is off, no such host, a file or driver error */
-  HCX_AUTH_SAME_PASSWORD = 0x8011,    /* the new password is the other direction's */
+  HCX_AUTH_NO_ENTRY = 0x8001,        /* the file has no such line for the pair */
+  HCX_AUTH_BAD_CREDENTIALS = 0x8004, /* the authorising password does not match */
+  HCX_AUTH_NO_PORT = 0x8005,         /* no such local port, or a remote entity that has no status */
+  HCX_AUTH_BAD_PASSWORD = 0x8006,    /* a password is malformed */
+  HCX_AUTH_BAD_CONFIG = 0x8009,      /* the configuration is invalid */
+  HCX_AUTH_ERROR = 0x800d,           /* authentication is off, no such host, a file or driver error */
+  HCX_AUTH_SAME_PASSWORD = 0x8011,   /* the new password is the other direction's */
   HCX_AUTH_NOT_SUPPORTED = 0x8030
 };
 
@@ -618,14 +618,14 @@ enum hcx_auth_passwd_type {
 typedef struct _KRX_FCSP_CONFIG {
   uint64_t local_entity;
   uint64_t remote_entity;
-  uint16_t authentication_timeout;        /* seconds, 20 to 999 */
-  uint8_t authentication_mode;            /* 1 to 3 */
+  uint16_t authentication_timeout; /* seconds, 20 to 999 */
+  uint8_t authentication_mode;     /* 1 to 3 */
   uint8_t pad : 7;
   uint8_t bidirectional : 1;
   uint8_t authentication_type_priority[4]; /* each 1 to 5, 0 unused; the first must be set */
-  uint8_t hash_priority[4];               /* each 1 or 2, 0 unused; the first must be set */
-  uint8_t dh_group_priority[8];           /* each 0 to 5 */
-  uint32_t reauthenticate_time_interval;  /* 0: never; else 10 to 3600 */
+  uint8_t hash_priority[4];                /* each 1 or 2, 0 unused; the first must be set */
+  uint8_t dh_group_priority[8];            /* each 0 to 5 */
+  uint32_t reauthenticate_time_interval;   /* 0: never; else 10 to 3600 */
 } KRX_FCSP_CONFIG;
 
 /* Remote entities of a local port. */
@@ -653,13 +653,13 @@ typedef struct _KRX_AUTH_PASSWD {
 /* The driver's view of an authentication. */
 typedef struct HCX_AUTHSTATUS {
   HBA_WWN local_entity;
-  HBA_WWN remote_entity;         /* all 0xff: the fabric */
-  uint8_t auth_state;            /* 1 not authenticated, 2 authenticating, 3 authenticated, 4 failed */
-  uint8_t auth_failReason;       /* 1 other, 2 ELS time-out, 3 transaction time-out, 4 LS_RJT, 5 LS_RJT busy,
+  HBA_WWN remote_entity;   /* all 0xff: the fabric */
+  uint8_t auth_state;      /* 1 not authenticated, 2 authenticating, 3 authenticated, 4 failed */
+  uint8_t auth_failReason; /* 1 other, 2 ELS time-out, 3 transaction time-out, 4 LS_RJT, 5 LS_RJT busy,
                                     6 AUTH reject */
-  uint8_t auth_type;             /* 1: DH-CHAP */
-  uint8_t dhGroup;               /* 1 to 5: groups 0 to 4 */
-  uint8_t hash;                  /* 1: MD5, 2: SHA-1 */
+  uint8_t auth_type;       /* 1: DH-CHAP */
+  uint8_t dhGroup;         /* 1 to 5: groups 0 to 4 */
+  uint8_t hash;            /* 1: MD5, 2: SHA-1 */
   uint8_t localAuth : 1;
   uint8_t remoteAuth : 1;
   uint8_t pad : 6;

@@ -144,6 +144,8 @@ HostRef board_host(uint32_t board) {
     const std::lock_guard guard(first_scan);
     hcx_sysfs_scan_hosts(&hcx_host_list);
   }
+  // -1 is no board number: it marks the hosts that have none.
+  if (board > INT32_MAX) return HostRef();
   return HostRef(hcx_host_find_by_idx(hcx_host_list, static_cast<int>(board)));
 }
 
@@ -170,9 +172,13 @@ uint32_t hcx_sysfs_scan_hosts(hcx_host **list) {
   HCX_LOG(LOG_UTIL, "sysfs tree ver is %d", sysfs_ver);
   if (!list || *list) return 0;
   std::vector<std::string> names;
-  sysio::list_sorted(kScsiHostClass, "host", names);
+  // Without memory for more, what was listed is what is scanned.
+  no_throw(0, [&] { return sysio::list_sorted(kScsiHostClass, "host", names); });
   HCX_LOG(LOG_UTIL, "found %d SCSI host(s)", static_cast<int>(names.size()));
-  hcx_host_count = scan_all(list, names);
+  // The list appears whole: a look-up by another thread must not walk it while it grows.
+  hcx_host *found = nullptr;
+  hcx_host_count = scan_all(&found, names);
+  *list = found;
   return hcx_host_count;
 }
 

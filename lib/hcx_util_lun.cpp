@@ -111,13 +111,14 @@ namespace hcx {
 
 void ClassListing::load() {
   if (loaded_) return;
-  loaded_ = true;
+  names_.clear();
   error_ = sysio::list_sorted(dir_, prefix_.c_str(), names_);
   if (error_ == -ENOENT && fallback_) {
     dir_ = fallback_;
     names_.clear();
     error_ = sysio::list_sorted(dir_, prefix_.c_str(), names_);
   }
+  loaded_ = true;
 }
 
 const char *ClassListing::dir() {

@@ -862,7 +862,8 @@ int check_password(AUTH_PASSWD_INFO *password);
  * file cannot be opened). The time it takes does not tell where two passwords differ.
  * Reads "/etc/wardend.conf".
  */
-int verify_password(uint64_t hba_wwpn, uint64_t tgt_wwpn, AUTH_PASSWD_INFO *lpassword, AUTH_PASSWD_INFO *rpassword);
+int verify_password(uint64_t hba_wwpn, uint64_t tgt_wwpn, AUTH_PASSWD_INFO *lpassword,
+                    AUTH_PASSWD_INFO *rpassword);
 
 /*
  * Parses a PASSWORD line.

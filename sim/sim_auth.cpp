@@ -28,7 +28,7 @@ int authenticate(Host &host, const std::string &text) {
   if (remote != UINT64_MAX && host.rport_by_wwpn(remote) == nullptr) return -ENODEV;
   if (remote != UINT64_MAX) return 0;
   const std::string pair = "CONFIG " + upper_hex(host.spec().wwpn) + " " + upper_hex(remote) + " ";
-  const bool configured = machine.vfs().text(kConf).find(pair) != std::string::npos;
+  const bool configured = machine.plain_text(kConf).find(pair) != std::string::npos;
   host.set_scsi("auth_state", configured ? "Authenticated" : "Not Authenticated");
   host.set_scsi("auth_last", "0");
   return 0;
@@ -39,8 +39,9 @@ int authenticate(Host &host, const std::string &text) {
 void install_auth(Machine &machine) {
   machine.vfs().put_text(kConf, "# Authentication of adapter ports\n", 0600);
   machine.on_host([](Host &host) {
-    if (!host.spec().auth) return;
-    host.machine().vfs().on_write(host.scsi_dir() + "vosk_authenticate",
+    const std::string path = host.scsi_dir() + "vosk_authenticate";
+    if (!host.machine().vfs().exists(path)) return;  // off, or a virtual port
+    host.machine().vfs().on_write(path,
                                   [&host](const std::string &text) { return authenticate(host, text); });
   });
 }

@@ -179,6 +179,8 @@ class Machine : public hcx::sysio::Machine {
   void on_reload(std::function<void()> hook) { reload_hooks_.push_back(std::move(hook)); }
   // Sets an attribute's text as a write by the driver itself would, and keeps it in the state.
   void set_text(const std::string &path, const std::string &text);
+  // What a file outside of sysfs and /dev holds.
+  std::string plain_text(const std::string &path);
 
   std::recursive_mutex &mutex() { return mutex_; }
 
@@ -226,6 +228,7 @@ class Machine : public hcx::sysio::Machine {
   int permitted(const Node &node, int flags) const;
   int open_plain(const char *path, int flags, mode_t mode);
   std::string plain_path(std::string_view path) const;
+  void seed_plain_files();
   int lock_in_memory(std::unique_lock<std::recursive_mutex> &guard, OpenFile &file, int operation);
   void release_locks(int fd, const Node *node);
   ssize_t write_node(OpenFile &file, const void *buf, size_t count);

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -106,7 +107,28 @@ void Machine::use_state(const std::string &folder) {
   }
   folder_ = folder;
   const StateLock lock(*this);
-  if (!fs::exists(folder_ + "/state.json")) save();
+  if (!fs::exists(folder_ + "/state.json")) {
+    seed_plain_files();
+    save();
+  }
+}
+
+// A new folder begins with the plain files that the machine was made with.
+void Machine::seed_plain_files() {
+  for (const std::string &name : vfs_.names("/etc")) {
+    const std::string path = "/etc/" + name;
+    const int fd = open_plain(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+    if (fd < 0) continue;
+    const std::string text = vfs_.text(path);
+    if (::write(fd, text.data(), text.size()) < 0) fs::remove(plain_path(path));
+    ::close(fd);
+  }
+}
+
+std::string Machine::plain_text(const std::string &path) {
+  if (folder_.empty()) return vfs_.text(path);
+  std::ifstream in(plain_path(path));
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void Machine::set_text(const std::string &path, const std::string &text) {

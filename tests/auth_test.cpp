@@ -330,8 +330,10 @@ TEST_F(Auth, OddBinaryPasswordsRoundTrip) {
 TEST_F(Auth, WhatTheFileCannotHold) {
   AUTH_PASSWD_INFO cut = text("12345678");
   cut.password[3] = '\0';
-  for (const AUTH_PASSWD_INFO &password :
-       {text("pass word"), text("line\nCONFIG 1 2"), text("tab\there."), text("\x7f" "1234567"), cut}) {
+  for (const AUTH_PASSWD_INFO &password : {text("pass word"), text("line\nCONFIG 1 2"), text("tab\there."),
+                                           text("\x7f"
+                                                "1234567"),
+                                           cut}) {
     EXPECT_EQ(change(true, none(), password), 0x8006u);
     EXPECT_EQ(file(), "");
   }

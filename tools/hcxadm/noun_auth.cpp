@@ -520,11 +520,10 @@ void add_set(CLI::App &noun, Context &ctx) {
 
 void add_auth(CLI::App &root, Context &ctx) {
   CLI::App *noun = add_noun(root, "auth", "FC-SP authentication of a port");
-  auto board = std::make_shared<std::string>();
-  add_standard_verb(
-      *noun, "list", "The remote entities that a port has a configuration for", ctx,
-      [board](CLI::App &verb) { verb.add_option("BOARD", *board, board_help)->required()->type_name(""); },
-      [board](Context &c) { list(c, *board); });
+  auto listed = std::make_shared<std::shared_ptr<Pair>>();
+  *listed = add_pair(*add_verb(*noun, "list", "The remote entities that a port has a configuration for", ctx,
+                               [listed](Context &c) { list(c, (*listed)->board); }),
+                     false);
   auto shown = std::make_shared<std::shared_ptr<Pair>>();
   *shown = add_pair(*add_verb(*noun, "show", "One configuration whole", ctx,
                               [shown](Context &c) { show(c, (*shown)->board, (*shown)->remote); }),
