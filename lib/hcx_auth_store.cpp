@@ -183,7 +183,7 @@ uint32_t edit(std::string_view old, Editor &editor, Secret &out) {
 }
 
 // The new content, complete and on disk, under the temporary name.
-int store_temp(Fd fd, std::string_view text) {
+int store_temp(Fd &fd, std::string_view text) {
   int rc = write_all(fd.get(), text);
   if (rc == 0) rc = sysio::machine().sync(fd.get());
   const int closed = sysio::machine().close(fd.release());
@@ -311,7 +311,7 @@ uint32_t rewrite(Editor &editor) {
   }
   Secret content;
   uint32_t result = edit(old.view(), editor, content);
-  if (result == HCX_AUTH_OK && store_temp(std::move(temp), content.view()) < 0) result = HCX_AUTH_ERROR;
+  if (result == HCX_AUTH_OK && store_temp(temp, content.view()) < 0) result = HCX_AUTH_ERROR;
   if (result != HCX_AUTH_OK) {
     temp.reset();
     machine.unlink(temp_path);

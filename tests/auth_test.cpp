@@ -190,7 +190,8 @@ TEST_F(Auth, GetBringsValuesIntoRange) {
       {"45 1 0 1 1 1", 0x8001, "", 0, 0},
   };
   for (const Case &c : cases) {
-    put(foreign + "config " + mine + c.values + "\n");
+    std::string lines = foreign;
+    put(lines.append("config ").append(mine).append(c.values).append("\n"));
     KRX_FCSP_CONFIG record = {};
     record.local_entity = local;
     record.remote_entity = remote;

@@ -187,7 +187,8 @@ void add_password_options(CLI::App &verb, const std::shared_ptr<PasswordOptions>
 
 struct Row {
   KRX_FCSP_CONFIG config{};
-  Value passwords[2];
+  int local_type = 0;  // hcx_auth_passwd_type; 0: no password line
+  int remote_type = 0;
 };
 
 Value list_value(const uint8_t *values, size_t count, bool zero_ends) {
@@ -197,8 +198,10 @@ Value list_value(const uint8_t *values, size_t count, bool zero_ends) {
   return list;
 }
 
-Value password_kind(uint16_t type) {
+Value password_kind(int type) {
   switch (type) {
+    case 0:
+      return {};
     case HCX_AUTH_PASSWD_TEXT:
       return "text";
     case HCX_AUTH_PASSWD_BINARY:
@@ -227,9 +230,10 @@ const ColumnOf<Row> config_columns[] = {
      [](const Row &r) { return list_value(r.config.dh_group_priority, 8, false); }},
     {"reauthenticate_s", "REAUTH(s)", Kind::number, In::rows,
      [](const Row &r) { return Value(r.config.reauthenticate_time_interval); }},
-    {"local_password", "LOCAL PASSWORD", Kind::text, In::record, [](const Row &r) { return r.passwords[0]; }},
+    {"local_password", "LOCAL PASSWORD", Kind::text, In::record,
+     [](const Row &r) { return password_kind(r.local_type); }},
     {"remote_password", "REMOTE PASSWORD", Kind::text, In::record,
-     [](const Row &r) { return r.passwords[1]; }},
+     [](const Row &r) { return password_kind(r.remote_type); }},
 };
 
 uint32_t board_index(const Board &board) {
@@ -247,8 +251,8 @@ Row read_pair(const Board &board, uint64_t remote) {
   passwords.record.local_entity = row.config.local_entity;
   passwords.record.remote_entity = remote;
   if (HCX_GetAuthPassword(board_index(board), &passwords.record) == HCX_AUTH_OK) {
-    row.passwords[0] = password_kind(passwords.record.current_local_passwd.type);
-    row.passwords[1] = password_kind(passwords.record.current_remote_passwd.type);
+    row.local_type = passwords.record.current_local_passwd.type;
+    row.remote_type = passwords.record.current_remote_passwd.type;
   }
   return row;
 }
