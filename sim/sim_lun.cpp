@@ -176,6 +176,7 @@ void Lun::links() {
   auto link = [&](const std::string &class_name, const std::string &entry) {
     vfs.put_link("/sys/class/" + class_name + "/" + entry, "../../" + device + class_name + "/" + entry);
   };
+  vfs.put_link("/sys/bus/scsi/devices/" + address(), "../../../" + device.substr(0, device.size() - 1));
   link("scsi_device", address());
   link("bsg", address());
   if (sg_ >= 0) link("scsi_generic", sg_name());
@@ -204,6 +205,7 @@ void Lun::old_links() {
 
 void Lun::unbuild() {
   Vfs &vfs = rport_.host().machine().vfs();
+  vfs.remove("/sys/bus/scsi/devices/" + address());
   vfs.remove("/sys/class/scsi_device/" + address());
   vfs.remove("/sys/class/bsg/" + address());
   vfs.remove("/sys/class/scsi_disk/" + address());
