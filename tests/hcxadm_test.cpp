@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -40,6 +41,11 @@ Result run(const std::vector<std::string> &args, const std::string &input = "",
 std::vector<std::string> words(const std::string &line) {
   std::istringstream stream(line);
   return {std::istream_iterator<std::string>(stream), {}};
+}
+
+std::string file_text(const std::string &name) {
+  std::ifstream file(std::string(HCX_SOURCE_DIR "/") + name);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 class Hcxadm : public testing::Test {
@@ -412,6 +418,27 @@ TEST(HcxadmSimulate, BecomesACommandOfHcxsim) {
   EXPECT_EQ(command("--simulate= list", here), "2");
   EXPECT_EQ(command("--state d list", here), "2");
   EXPECT_EQ(command("--simulate list", [](const std::string &) { return false; }), "1");
+}
+
+// A noun that is added must be described.
+TEST(HcxadmDocuments, TheManualNamesEveryCommandAndOption) {
+  const std::string manual = file_text("docs/hcxadm.1");
+  std::istringstream nouns(run({"words"}).out);
+  for (std::string noun; std::getline(nouns, noun);) {
+    if (noun.starts_with("--")) {
+      EXPECT_NE(manual.find("Fl Fl " + noun.substr(2)), std::string::npos) << noun;
+      continue;
+    }
+    EXPECT_NE(manual.find("\n.Ss " + noun + "\n"), std::string::npos) << noun;
+    const std::string section = manual.substr(std::min(manual.find("\n.Ss " + noun + "\n"), manual.size()));
+    std::istringstream verbs(run({"words", noun}).out);
+    for (std::string verb; std::getline(verbs, verb);) {
+      if (isupper(static_cast<unsigned char>(verb[0])) || verb == "--help") continue;
+      const std::string name = verb.starts_with("--") ? "Fl Fl " + verb.substr(2) : verb;
+      EXPECT_NE((verb.starts_with("--") ? manual : section).find(name), std::string::npos)
+          << noun << " " << verb;
+    }
+  }
 }
 
 }  // namespace
