@@ -235,6 +235,41 @@ typedef struct HBA_MgmtInfo {
   uint16_t TopologyDiscoveryFlags;
 } HBA_MGMTINFO, *PHBA_MGMTINFO;
 
+/* ---- Events ---- */
+
+enum hba_event_codes {
+  HBA_EVENT_LIP_OCCURRED = 1,
+  HBA_EVENT_LINK_UP = 2,
+  HBA_EVENT_LINK_DOWN = 3,
+  HBA_EVENT_LIP_RESET_OCCURRED = 4,
+  HBA_EVENT_RSCN = 5,
+  HBA_EVENT_PROPRIETARY = 0xffff
+};
+
+typedef struct HBA_Link_EventInfo {
+  HBA_UINT32 PortFcId; /* of the adapter port */
+  HBA_UINT32 Reserved[3];
+} HBA_LINK_EVENTINFO;
+
+typedef struct HBA_RSCN_EventInfo {
+  HBA_UINT32 PortFcId;
+  HBA_UINT32 NPortPage; /* affected port or ports, as in the RSCN */
+  HBA_UINT32 Reserved[2];
+} HBA_RSCN_EVENTINFO;
+
+typedef struct HBA_Pty_EventInfo {
+  HBA_UINT32 PtyData[4];
+} HBA_PTY_EVENTINFO;
+
+typedef struct HBA_EventInfo {
+  HBA_UINT32 EventCode; /* hba_event_codes */
+  union {
+    HBA_LINK_EVENTINFO Link_EventInfo;
+    HBA_RSCN_EVENTINFO RSCN_EventInfo;
+    HBA_PTY_EVENTINFO Pty_EventInfo;
+  } Event;
+} HBA_EVENTINFO;
+
 #ifdef __cplusplus
 }
 #endif

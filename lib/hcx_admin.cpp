@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "libhcx.h"
@@ -81,10 +82,12 @@ void fill_record(hcx_host *host, hcx_brdinfo *record) {
 uint32_t fill_table(hcx_brdinfo *ba, uint32_t count) {
   uint32_t boards = 0;
   for (hcx_host *host = hcx_host_list; host; host = host->next) {
-    host->brd_idx = -1;
+    // The listener already runs and looks at the number.
+    const std::atomic_ref<int> number(host->brd_idx);
+    number = -1;
     if (!host->pci_dev) continue;
     if (ba && boards < count) {
-      host->brd_idx = static_cast<int>(boards);
+      number = static_cast<int>(boards);
       fill_record(host, &ba[boards]);
     }
     ++boards;
@@ -151,6 +154,10 @@ uint32_t HCX_InitDiagEnv(hcx_brdinfo *ba, uint32_t count) {
       HCX_LOG(LOG_ERROR, "No vosk hosts found");
       return 0;
     }
+    if (net_link_init() != 0) {
+      HCX_LOG(LOG_ERROR, "Failed to initialize net_link interface");
+      return 0;
+    }
   } else {
     hosts = list_length();
   }
@@ -186,6 +193,8 @@ uint32_t InitDiagEnv(brdinfo *ba) {
 
 uint32_t HCX_FreeDiagEnv(void) {
   HCX_TRACE();
+  // The listener walks the hosts, so it goes first.
+  net_link_exit();
   free_inventory();
   HCX_LOG(LOG_ADMIN, "pid %d Finished", getpid());
   libhcx_syslog_unlink();

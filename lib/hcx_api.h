@@ -295,6 +295,38 @@ typedef struct NODEINFO {
   uint32_t a_targetid; /* all ones: none */
 } NODEINFO, NodeInfo;
 
+/* ---- Events ---- */
+
+/* What a registration is for; bits of its mask. */
+enum hcx_event_mask {
+  FC_REG_LINK_EVENT = 0x1,
+  FC_REG_RSCN_EVENT = 0x2,
+  FC_REG_CT_EVENT = 0x4,
+  FC_REG_DUMP_EVENT = 0x10,
+  FC_REG_TEMPERATURE_EVENT = 0x20,
+  FC_REG_VPORTRSCN_EVENT = 0x40,
+  FC_REG_ALL_PORTS = 0x80 /* on every board */
+};
+
+/* Result of unRegisterForCTEvent() for an id that is not known. */
+enum { FC_ERROR_INVALID_TAG = 250 };
+
+/*
+ * How a registered function is called, by event. What the pointers lead to belongs to the library and is gone when
+ * the function returns.
+ */
+/* Link down and up: a_linkState is LNK_DOWN or LNK_READY. */
+typedef void (*hcx_link_callback)(uint32_t board, LINKINFO *link);
+/* out: the registration's output area of outsz bytes, all zero; null when outsz is 0. */
+typedef void (*hcx_dump_callback)(uint32_t board, void *out, uint32_t outsz);
+typedef void (*hcx_temperature_callback)(uint32_t board, uint32_t data1, uint32_t data2);
+/* payload: the RSCN (FC-LS) as far as the registration's outsz goes; both lengths are that of it. */
+typedef void (*hcx_rscn_callback)(uint32_t board, void *payload, uint32_t length, uint32_t same_length);
+/* The same for a virtual port of the board, with its port name. */
+typedef void (*hcx_vport_rscn_callback)(uint32_t board, HBA_WWN wwpn, void *payload, uint32_t length);
+/* A CT request that came in (FC-GS), length bytes of it. tag: what SendMgmtResponse() answers it by. */
+typedef void (*hcx_ct_callback)(uint32_t board, void *request, uint32_t length, uint32_t tag, uint32_t gs_type);
+
 /* ---- Destinations of ELS requests ---- */
 
 /* A remote port, by FC address or by port name. */

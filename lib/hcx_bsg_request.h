@@ -87,4 +87,16 @@ class Request {
   bool unanswered_ = false;
 };
 
+// The wait for a CT request as a block that may be sent again and again by a process that neither allocates nor
+// logs.
+struct CtWait {
+  sg_io_v4 header;
+  alignas(8) uint8_t request[36];
+  alignas(8) uint8_t reply[24];
+};
+// False when the driver does not have the command.
+bool prepare(CtWait *wait, uint32_t gs_type, uint32_t ev_reg_id);
+// As send_bsg_set_event(). Safe in a signal handler.
+int exchange(CtWait *wait, int fd, uint32_t ev_req_id);
+
 }  // namespace hcx::bsg

@@ -3,6 +3,7 @@
 // Each is a row of sizes and wordings and a few lines for what it carries. No state; any thread that holds no
 // host lock.
 #include <errno.h>
+#include <scsi/sg.h>
 
 #include <cstddef>
 
@@ -51,6 +52,16 @@ uint64_t table_size(const HCX_QoSConfig &table) {
 }
 static_assert(sizeof(HCX_QoSEntry) == 36 && offsetof(HCX_QoSConfig, fcQoSEntry) == 4);
 
+// Of the errno or result of a set-event request and the length in its reply.
+int set_event_result(int error, uint32_t length) {
+  if (error == -EAGAIN || error == -ETIMEDOUT) return -EAGAIN;
+  if (error != 0) return -EIO;
+  if (length == 0) return -EAGAIN;
+  return length <= INT32_MAX ? static_cast<int>(length) : INT32_MAX;
+}
+constexpr size_t set_event_req_id =
+    offsetof(fc_bsg_request, rqst_data.h_vendor.vendor_cmd) + offsetof(set_ct_event, ev_req_id);
+
 // The node to ask for the revision: board 0's, or the first physical host's while no board has a number.
 int open_any_board() {
   hcx::HostRef board = hcx::board_host(0);
@@ -81,21 +92,52 @@ int answer_ct_request(const char *caller, uint32_t board, const uint8_t *outbuf,
 
 }  // namespace
 
+namespace hcx::bsg {
+
+bool prepare(CtWait *wait, uint32_t gs_type, uint32_t ev_reg_id) {
+  auto *request = reinterpret_cast<fc_bsg_request *>(wait->request);
+  memset(wait, 0, sizeof *wait);
+  if (bsg_init_header(&wait->header, request, reinterpret_cast<fc_bsg_reply *>(wait->reply),
+                      static_cast<int>(set_event.code), static_cast<int>(set_event.command),
+                      default_timeout) != 0) {
+    return false;
+  }
+  static_assert(sizeof wait->request == set_event.request_len && sizeof wait->reply == set_event.reply_len);
+  wait->header.request_len = set_event.request_len;
+  request->msgcode = set_event.code;
+  request->rqst_data.h_vendor.vendor_id = VOSK_BSG_VENDOR_ID;
+  const set_ct_event record{set_event.command, gs_type, 0, ev_reg_id};
+  memcpy(request->rqst_data.h_vendor.vendor_cmd, &record, sizeof record);
+  return true;
+}
+
+int exchange(CtWait *wait, int fd, uint32_t ev_req_id) {
+  // The block may have moved since it was prepared.
+  memcpy(wait->request + set_event_req_id, &ev_req_id, sizeof ev_req_id);
+  memset(wait->reply, 0, sizeof wait->reply);
+  wait->header.request = reinterpret_cast<uintptr_t>(wait->request);
+  wait->header.response = reinterpret_cast<uintptr_t>(wait->reply);
+  const int rc = sysio::machine().ioctl(fd, SG_IO, &wait->header);
+  fc_bsg_reply reply;
+  memcpy(&reply, wait->reply, sizeof reply);
+  const auto result = static_cast<int32_t>(reply.result);
+  return set_event_result(rc < 0 ? rc : result, reply.reply_payload_rcv_len);
+}
+
+}  // namespace hcx::bsg
+
 int send_bsg_set_event(int fd, uint32_t type_mask, uint32_t ev_req_id, uint32_t ev_reg_id) {
   HCX_TRACE();
   Request request(__func__, set_event);
   if (!request.prepare(default_timeout, set_ct_event{set_event.command, type_mask, ev_req_id, ev_reg_id}))
     return -EIO;
   const int rc = request.exchange(fd);
-  if (rc == -EAGAIN || rc == -ETIMEDOUT) return -EAGAIN;
-  if (rc < 0) return -EIO;
   const uint32_t length = request.reply()->reply_payload_rcv_len;
-  if (length == 0) {
+  if (rc == 0 && length == 0) {
     // The board is not known here; the descriptor tells the lines of two boards apart.
     HCX_LOG(LOG_ERROR, "board %d no reply payload length, try again", fd);
-    return -EAGAIN;
   }
-  return length <= INT32_MAX ? static_cast<int>(length) : INT32_MAX;
+  return set_event_result(rc, length);
 }
 
 int send_bsg_get_event(uint32_t board, uint32_t ev_reg_id, uint32_t ev_req_id, void *outbuf, uint32_t outsz,

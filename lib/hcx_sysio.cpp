@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+
+#include "hcx_sysio_posix.h"
 
 namespace hcx::sysio {
 namespace {
@@ -136,6 +139,31 @@ class PosixMachine final : public Machine {
     return result(::ioctl(fd, request, arg));
   }
 
+  Netlink *netlink_alloc() override { return posix::netlink_alloc(); }
+  int netlink_connect(Netlink *socket, int protocol, uint32_t groups) override {
+    return posix::netlink_connect(socket, protocol, groups);
+  }
+  int netlink_wait(Netlink *socket, const sigset_t *mask) override {
+    return posix::netlink_wait(socket, mask);
+  }
+  ssize_t netlink_receive(Netlink *socket, Datagram *datagram) override {
+    return posix::netlink_receive(socket, datagram);
+  }
+  void netlink_wake(Netlink *socket) override { posix::netlink_wake(socket); }
+  void netlink_close(Netlink *socket) override { posix::netlink_close(socket); }
+  void netlink_free(Netlink *socket) override { posix::netlink_free(socket); }
+
+  int spawn(int (*body)(void *arg, int pid), void *arg, size_t) override { return posix::spawn(body, arg); }
+  int signal(int pid, int number) override { return pid <= 1 ? -ESRCH : result(::kill(pid, number)); }
+  int wait_child(int pid, int *status, int options) override {
+    int rc;
+    do {
+      rc = ::waitpid(pid, status, options);
+    } while (rc < 0 && errno == EINTR);
+    return result(rc);
+  }
+  int parent_pid() override { return ::getppid(); }
+
   time_t now() override { return ::time(nullptr); }
 
   void sleep_us(uint64_t microseconds) override {
@@ -158,6 +186,9 @@ class PosixMachine final : public Machine {
   }
   void syslog_close() override { ::closelog(); }
   void syslog(int priority, const char *text) override { ::syslog(priority, "%s", text); }
+  void syslog_direct(const char *ident, int priority, const char *text) override {
+    posix::syslog_direct(ident, priority, text);
+  }
 };
 
 // Constructed once and never destroyed: other static destructors may still log.

@@ -7,7 +7,9 @@
 // before start-up, while no other thread uses the library.
 #pragma once
 
+#include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/types.h>
 #include <time.h>
 
@@ -17,6 +19,15 @@
 #include <vector>
 
 namespace hcx::sysio {
+
+// A netlink socket; what it holds is the machine's own business.
+struct Netlink;
+
+// What came in one piece. The bytes belong to whoever received them: free().
+struct Datagram {
+  unsigned char *bytes = nullptr;
+  uint32_t sender = 0;  // port of the sender, 0: the kernel
+};
 
 class Machine {
  public:
@@ -52,6 +63,37 @@ class Machine {
   virtual int run(const char *command) = 0;
   virtual int ioctl(int fd, unsigned long request, void *arg) = 0;
 
+  // ---- Netlink: one thread waits and receives; wake() may come from any other ----
+  // A machine without netlink keeps what stands here.
+  // A socket that is not connected yet; null without memory.
+  virtual Netlink *netlink_alloc() { return nullptr; }
+  // Joins the multicast groups of a protocol. The receive buffer becomes as large as this process may have it.
+  virtual int netlink_connect(Netlink *, int /*protocol*/, uint32_t /*groups*/) { return -EPROTONOSUPPORT; }
+  // Waits, with the thread's signal mask exchanged for `mask` meanwhile: 1 when there is something to receive
+  // (or an error to be told of), 0 after netlink_wake(), -EINTR after a signal handler ran.
+  virtual int netlink_wait(Netlink *, const sigset_t * /*mask*/) { return 0; }
+  // One datagram, without waiting: its length. -EAGAIN: there is none. -ENOBUFS: some were lost since the last.
+  virtual ssize_t netlink_receive(Netlink *, Datagram *) { return -EAGAIN; }
+  // Ends the present wait and every later one.
+  virtual void netlink_wake(Netlink *) {}
+  // Leaves the groups; only to be freed afterwards.
+  virtual void netlink_close(Netlink *) {}
+  virtual void netlink_free(Netlink *) {}
+
+  // ---- Child processes; a machine without them keeps what stands here ----
+  // Runs body(arg, pid) in a child, where arg points to a copy of `size` bytes, and ends the child with its result;
+  // the child's pid. The body must be safe in
+  // a process forked from one with threads: it neither allocates nor takes locks, and of this machine it may use
+  // open, close, ioctl, sleep_us, parent_pid, signal and syslog_direct only. It starts without the parent's
+  // descriptors and blocked signals, with SIGUSR1 ignored and SIGHUP, SIGINT, SIGTERM and SIGQUIT at their
+  // defaults.
+  virtual int spawn(int (* /*body*/)(void *arg, int pid), void * /*arg*/, size_t /*size*/) { return -ENOSYS; }
+  // kill(2), for one process only.
+  virtual int signal(int /*pid*/, int /*number*/) { return -ESRCH; }
+  // waitpid(2) for one child.
+  virtual int wait_child(int /*pid*/, int * /*status*/, int /*options*/) { return -ECHILD; }
+  virtual int parent_pid() { return 1; }
+
   virtual time_t now() = 0;
   // Waits at least so long; signals do not cut it short.
   virtual void sleep_us(uint64_t microseconds) = 0;
@@ -61,6 +103,8 @@ class Machine {
   virtual void syslog_open(const char *ident, int options, int facility) = 0;
   virtual void syslog_close() = 0;
   virtual void syslog(int priority, const char *text) = 0;
+  // The same by way of no shared state, for the body of a child.
+  virtual void syslog_direct(const char * /*ident*/, int /*priority*/, const char * /*text*/) {}
 };
 
 // The machine in use, never null.

@@ -22,6 +22,7 @@
 #include "hcx_bsg.h"
 #include "hcx_mmm.h"
 #include "hcx_util.h"
+#include "vosk_nl.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -493,6 +494,91 @@ uint32_t GetRNIDMgmtInfo(uint32_t board, HBA_MGMTINFO *pInfo);
 
 /* Accepted and not used. Always 0. */
 uint32_t SetRNIDMgmtInfo(uint32_t board, HBA_MGMTINFO *pInfo);
+
+/* ---- Events ---- */
+/*
+ * Events of an adapter port go two ways: into the board's ring of 128 entries (127 can be waiting), and to the
+ * functions that were registered for them.
+ *
+ * Registered functions run in the library's listener thread, one at a time, with no lock held: they may register,
+ * unregister (themselves too), call any board function, and take their time, but the next event waits for them. A
+ * function that another thread unregisters while it runs may finish behind that call's back. SIGUSR1 belongs to the
+ * library in a process that has started it. Registrations are per process and outlive HCX_FreeDiagEnv(); those for
+ * CT requests have a child process each, which ends with the registration or with this process.
+ * All calls may come from any thread.
+ */
+
+/*
+ * Starts and stops the listener; HCX_InitDiagEnv() and HCX_FreeDiagEnv() do so by themselves.
+ * net_link_init: 0 when it runs or already did; -1 the socket (netlink, SCSI transport), the signal handler or the
+ * thread could not be had. net_link_exit waits until the thread has ended, for as long as a function that it is
+ * just calling takes; called by such a function it does not wait.
+ */
+int net_link_init(void);
+void net_link_exit(void);
+
+#if defined(__GNUC__) && !defined(__cplusplus)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wstrict-prototypes"
+#endif
+
+/*
+ * Registers a function.
+ * mask: hcx_event_mask bits; the function is called for each event that has one of them. FC_REG_CT_EVENT cannot be
+ * told apart from the others by its calls: register it alone. type: GS type of the wanted CT requests, else not
+ * looked at. outsz: room for what comes with an event: the longest RSCN payload or CT request that func will see; for
+ * link events alone it is taken for sizeof(LINKINFO). func: one of the callback types of hcx_api.h, by event.
+ * ctx: kept with the registration.
+ * Returns the registration's id, with FC_REG_ALL_PORTS that of the first board; 0 no such board (or one above 31), no
+ * room (8 a board), no memory, unknown SLI mode, temperature events alone on a board without sensor, a mask without
+ * any event, a null func. A call that fails on one board leaves nothing on the others.
+ */
+uint32_t HCX_RegisterForEvent(uint32_t board, uint32_t mask, uint32_t type, uint32_t outsz, void (*func)(), void *ctx);
+
+/* The same; status is not looked at. */
+uint32_t RegisterForEvent(uint32_t board, uint32_t mask, uint32_t type, uint32_t outsz, void (*func)(), void *ctx,
+                          uint32_t *status);
+
+/*
+ * Registers for the CT requests of one GS type, with room for 4096 bytes.
+ * func: an hcx_ct_callback; status: not looked at. Returns the id, 0 on failure.
+ */
+uint32_t RegisterForCTEvents(uint32_t board, uint16_t gstype, void (*func)(), void *ctx, uint32_t *status);
+
+#if defined(__GNUC__) && !defined(__cplusplus)
+#pragma GCC diagnostic pop
+#endif
+
+/*
+ * Takes registrations back, with the events that wait for them.
+ * eventid: the id, whatever the board; of an FC_REG_ALL_PORTS registration that of the first takes all. 0: all of the
+ * board. Returns 1; 0 unknown id, board above 31. Blocks for a CT registration until its child has gone, which can
+ * take the minute that the child waits in the kernel.
+ */
+uint32_t HCX_unRegisterForEvent(uint32_t board, uint32_t eventid);
+uint32_t unRegisterForEvent(uint32_t board, uint32_t eventid);
+
+/* The same for a CT registration, by a pointer to its id. Returns 0; FC_ERROR_INVALID_TAG unknown id. */
+uint32_t unRegisterForCTEvent(uint32_t board, uint32_t *eventid);
+
+/*
+ * Takes events out of the board's ring, oldest first.
+ * eventcount: in room at eventbuffer, out entries filled. Reported are link up and down with the port's FC address,
+ * RSCN with the affected page besides, and vendor events without data; all else is passed over.
+ * Returns 0; 1 no such board, null pointer.
+ */
+uint32_t GetEventBuffer(uint32_t board, HBA_EVENTINFO *eventbuffer, uint32_t *eventcount);
+
+/*
+ * What the listener does with an event; of use to an application that has a source of its own.
+ * host_no: kernel host number. seq_num: kernel's number of the event. event_code: a vosk_host_event_code.
+ * post_fc_event puts it into the ring; event_data: its first word. signal_async_event_handler queues it for the
+ * registrations and wakes the listener; where none runs, the functions are called before it returns. event_data:
+ * `length` bytes of words.
+ */
+void post_fc_event(uint32_t host_no, uint32_t seq_num, uint32_t event_code, uint32_t event_data);
+void signal_async_event_handler(uint32_t host_no, uint32_t seq_num, uint32_t event_code, uint32_t *event_data,
+                                uint32_t length);
 
 /* ---- Driver and adapter information ---- */
 

@@ -17,6 +17,7 @@ void install_areas(Machine &machine) {
   install_board_control(machine);
   install_loopback(machine);
   install_registers(machine);
+  install_events(machine);
 }
 
 }  // namespace sim

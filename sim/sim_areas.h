@@ -23,5 +23,6 @@ void install_statistics(Machine &machine);
 void install_board_control(Machine &machine);
 void install_loopback(Machine &machine);
 void install_registers(Machine &machine);
+void install_events(Machine &machine);
 
 }  // namespace sim

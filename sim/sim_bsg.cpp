@@ -77,6 +77,7 @@ int Bsg::ioctl(Host &host, Rport *rport, const std::string &path, unsigned long 
                    .data_out = call.data_out,
                    .data_in_size = call.data_in_size});
   dispatch(call);
+  if (call.again) return kWaits;
   if (call.error != 0) return -call.error;
 
   // A refusal replies with its result alone.

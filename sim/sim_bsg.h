@@ -11,6 +11,9 @@
 
 namespace sim {
 
+// What Bsg::ioctl() answers for a request that has to wait.
+constexpr int kWaits = -512;
+
 class Machine;
 class Host;
 class Rport;
@@ -34,6 +37,8 @@ struct BsgCall {
   uint32_t received = 0;  // reply_payload_rcv_len; set to data_in's size when left 0 and data_in is not empty
   std::string reply_data = {};  // bytes from offset 8 of the reply
   int error = 0;
+  // The driver has nothing to say yet: the request waits, and is handed in again when something has changed.
+  bool again = false;
 
   // The 32-bit word at a byte offset of the request, in the processor's order; 0 beyond its end.
   [[nodiscard]] uint32_t word(size_t offset) const;

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -458,16 +459,30 @@ int Machine::run(const char *command) {
 }
 
 int Machine::ioctl(int fd, unsigned long request, void *arg) {
-  const std::lock_guard guard(mutex_);
+  std::unique_lock guard(mutex_);
   OpenFile *opened = file(fd);
   if (const int rc = enter(Verb::ioctl, opened != nullptr ? opened->path : ""); rc != 0) return rc;
   if (opened == nullptr) return -EBADF;
   if (!opened->node) return -ENOTTY;
   const std::shared_ptr<Node> node = opened->node;
   if (!node->handlers || !node->handlers->ioctl) return -ENOTTY;
-  const StateLock state_lock(*this);
-  if (node->removed) return -ENODEV;  // also when another process has just removed it
-  return node->handlers->ioctl(*opened, request, arg);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (bool first = true;; first = false) {
+    {
+      const StateLock state_lock(*this);
+      if (node->removed) return -ENODEV;  // also when another process has just removed it
+      repeating_ = !first;
+      const int rc = node->handlers->ioctl(*opened, request, arg);
+      repeating_ = false;
+      if (rc != kWaits) return rc;
+    }
+    if (Processes::killed()) return -EINTR;
+    if (std::chrono::steady_clock::now() >= end) return -ETIMEDOUT;
+    // Other processes on the folder cannot tell us of a change.
+    processes_.wait_for_change(guard, folder_.empty() ? 1000 : 50);
+    opened = file(fd);
+    if (opened == nullptr) return -EBADF;
+  }
 }
 
 int Machine::sg_ioctl(Lun &lun, const std::string &path, unsigned long request, void *arg) {
@@ -571,8 +586,14 @@ time_t Machine::now() {
 
 void Machine::sleep_us(uint64_t microseconds) {
   {
-    const std::lock_guard guard(mutex_);
+    std::unique_lock guard(mutex_);
     fill();
+    if (Processes::is_child()) {
+      // Nobody's time but the child's, which must not spin; a kill ends it.
+      if (folder_.empty()) delays_.push_back(microseconds);
+      if (!Processes::killed()) processes_.wait_for_change(guard, 10);
+      return;
+    }
     if (folder_.empty()) {
       delays_.push_back(microseconds);
       return;
@@ -639,7 +660,7 @@ std::vector<std::string> Machine::commands() {
 
 void Machine::record(Request request) {
   // A shared machine lives as long as its command: nobody asks, and the list must not grow.
-  if (folder_.empty()) requests_.push_back(std::move(request));
+  if (folder_.empty() && !repeating_) requests_.push_back(std::move(request));
 }
 
 void Machine::clear_records() {

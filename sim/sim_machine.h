@@ -25,7 +25,10 @@
 
 #include "hcx_sysio.h"
 #include "sim_bsg.h"
+#include "sim_events.h"
 #include "sim_host.h"
+#include "sim_netlink.h"
+#include "sim_process.h"
 #include "sim_vfs.h"
 
 namespace sim {
@@ -48,6 +51,12 @@ enum class Verb {
   run,
   ioctl,
   host_name,
+  netlink_alloc,
+  netlink_connect,
+  netlink_receive,
+  spawn,
+  signal,
+  wait_child,
   count_
 };
 
@@ -111,6 +120,9 @@ class Machine : public hcx::sysio::Machine {
   bool is_there(const Host *host);
   Vfs &vfs() { return vfs_; }
   Bsg &bsg() { return bsg_; }
+  Netlinks &netlink() { return netlink_; }
+  Processes &processes() { return processes_; }
+  Events &events() { return events_; }
   // Called for every host that is there and every one that comes, virtual ones included: an area's way to add
   // its attributes and their handlers.
   void on_host(std::function<void(Host &)> hook);
@@ -175,6 +187,8 @@ class Machine : public hcx::sysio::Machine {
   // Says that state() or a host's state() changed; written out at the end of the verb or by save().
   void touch() { dirty_ = true; }
   void save();
+  // Runs `body` as one change that other processes on the folder see whole.
+  void change(const std::function<void()> &body);
   // Called after another process's changes were loaded.
   void on_reload(std::function<void()> hook) { reload_hooks_.push_back(std::move(hook)); }
   // Sets an attribute's text as a write by the driver itself would, and keeps it in the state.
@@ -202,6 +216,27 @@ class Machine : public hcx::sysio::Machine {
   // Recorded, not run; with a state folder in its file "commands".
   int run(const char *command) override;
   int ioctl(int fd, unsigned long request, void *arg) override;
+  hcx::sysio::Netlink *netlink_alloc() override { return netlink_.alloc(); }
+  int netlink_connect(hcx::sysio::Netlink *socket, int protocol, uint32_t groups) override {
+    return netlink_.connect(socket, protocol, groups);
+  }
+  int netlink_wait(hcx::sysio::Netlink *socket, const sigset_t *mask) override {
+    return netlink_.wait(socket, mask);
+  }
+  ssize_t netlink_receive(hcx::sysio::Netlink *socket, hcx::sysio::Datagram *datagram) override {
+    return netlink_.receive(socket, datagram);
+  }
+  void netlink_wake(hcx::sysio::Netlink *socket) override { netlink_.wake(socket); }
+  void netlink_close(hcx::sysio::Netlink *socket) override { netlink_.close(socket); }
+  void netlink_free(hcx::sysio::Netlink *socket) override { netlink_.free(socket); }
+  int spawn(int (*body)(void *, int), void *arg, size_t size) override {
+    return processes_.spawn(body, arg, size);
+  }
+  int signal(int pid, int number) override { return processes_.signal(pid, number); }
+  int wait_child(int pid, int *status, int options) override {
+    return processes_.wait(pid, status, options);
+  }
+  int parent_pid() override { return processes_.parent_pid(); }
   time_t now() override;
   int host_name(char *buf, size_t size) override;
   // Recorded; with a state folder also slept, for a tenth of a second at most.
@@ -209,11 +244,14 @@ class Machine : public hcx::sysio::Machine {
   void syslog_open(const char *ident, int options, int facility) override;
   void syslog_close() override;
   void syslog(int priority, const char *text) override;
+  void syslog_direct(const char *, int priority, const char *text) override { syslog(priority, text); }
 
  private:
   friend class Host;
   friend class Rport;
   friend class Lun;
+  friend class Netlinks;
+  friend class Processes;
   class StateLock;
 
   struct FileLock {
@@ -273,6 +311,12 @@ class Machine : public hcx::sysio::Machine {
   bool dirty_ = false;
   int state_depth_ = 0;  // how often the state's lock is taken by this thread, which holds the mutex too
   int64_t state_stamp_[3] = {0, 0, 0};
+  bool repeating_ = false;  // a request that waits is being handed in again
+
+  // Last, so that children end before what they use.
+  Netlinks netlink_{*this};
+  Events events_{*this};
+  Processes processes_{*this};
 };
 
 // Two dual-port cards and a small SAN; docs/hcxsim.md lists it.

@@ -65,6 +65,14 @@ void Machine::save() {
   }
 }
 
+void Machine::change(const std::function<void()> &body) {
+  const std::lock_guard guard(mutex_);
+  fill();
+  const StateLock state_lock(*this);
+  body();
+  touch();
+}
+
 void Machine::reload_if_changed() {
   if (folder_.empty()) return;
   struct stat now;
