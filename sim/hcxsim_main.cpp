@@ -211,6 +211,77 @@ int store(sim::Machine &machine, const std::string &path, const std::string &tex
   return put < 0 ? refused(path, put) : 0;
 }
 
+struct Happening {
+  int host = -1;
+  unsigned count = 1;
+  std::vector<std::string> words;
+};
+
+uint32_t number_of(const std::string &word) {
+  size_t end = 0;
+  unsigned long value = 0;
+  try {
+    value = std::stoul(word, &end, 0);
+  } catch (const std::exception &) {
+    end = 0;
+  }
+  if (end == 0 || end != word.size() || value > UINT32_MAX)
+    throw std::runtime_error("\"" + word + "\" is no number");
+  return static_cast<uint32_t>(value);
+}
+
+std::string bytes_of(const std::string &digits) {
+  std::string bytes;
+  for (size_t i = 0; i < digits.size(); i += 2)
+    bytes += static_cast<char>(number_of("0x" + digits.substr(i, 2)));
+  return bytes;
+}
+
+// Makes something happen to an adapter once.
+void happen(sim::Machine &machine, sim::Host &host, const std::vector<std::string> &words) {
+  const std::string &kind = words.front();
+  sim::Events &events = machine.events();
+  auto arguments = [&](size_t least, size_t most) {
+    if (words.size() - 1 < least || words.size() - 1 > most) {
+      throw std::runtime_error("event " + kind + " does not take " + std::to_string(words.size() - 1) +
+                               " arguments");
+    }
+  };
+  if (kind == "link-down" || kind == "link-up") {
+    arguments(0, 0);
+    kind == "link-up" ? events.link_up(host) : events.link_down(host);
+  } else if (kind == "rscn") {
+    arguments(1, 255);
+    std::vector<uint32_t> pages;
+    for (size_t i = 1; i < words.size(); i++)
+      pages.push_back(number_of(words[i]));
+    events.rscn(host, pages);
+  } else if (kind == "dump") {
+    arguments(0, 0);
+    events.dump(host);
+  } else if (kind == "temperature") {
+    arguments(2, 2);
+    events.temperature(host, number_of(words[1]), number_of(words[2]));
+  } else if (kind == "ct") {
+    arguments(2, 2);
+    events.ct(host, number_of(words[1]), bytes_of(words[2]));
+  } else if (kind == "raw") {
+    arguments(1, 2);
+    events.post(host, number_of(words[1]), words.size() > 2 ? bytes_of(words[2]) : "");
+  } else {
+    throw std::runtime_error("no event \"" + kind +
+                             "\": link-down, link-up, rscn, dump, temperature, ct, raw");
+  }
+}
+
+int make_happen(sim::Machine &machine, const Happening &what) {
+  sim::Host *host = machine.host(what.host);
+  if (host == nullptr) throw std::runtime_error("there is no host" + std::to_string(what.host));
+  for (unsigned i = 0; i < what.count; i++)
+    happen(machine, *host, what.words);
+  return 0;
+}
+
 int main_with(int argc, char **argv) {
   // What stands behind "--" is the command's own, options included.
   char **split =
@@ -248,6 +319,15 @@ int main_with(int argc, char **argv) {
     action->add_option("PATH", options.path, "Absolute path, for example /sys/class/fc_host")->required();
   }
   write->add_option("TEXT", options.text, "The line")->required();
+  Happening happening;
+  auto *event = app.add_subcommand("event", "Make something happen to an adapter, for who listens now");
+  event->add_option("--host", happening.host, "Kernel host number")->required();
+  event->add_option("--count", happening.count, "So many times");
+  event
+      ->add_option(
+          "KIND", happening.words,
+          "link-down, link-up, rscn PAGE..., dump, temperature CODE CELSIUS, ct GSTYPE HEX, raw CODE [HEX]")
+      ->required();
   app.require_subcommand(0, 1);
   app.set_version_flag("--version", "hcxsim " HCXSIM_VERSION);
   try {
@@ -265,6 +345,7 @@ int main_with(int argc, char **argv) {
   if (has_command) return run(command, folder.path());
   sim::Machine machine;
   sim::open_folder(machine, folder.path());
+  if (event->parsed()) return make_happen(machine, happening);
   if (ls->parsed()) return list(machine, options.path);
   if (cat->parsed()) return show(machine, options.path);
   return store(machine, options.path, options.text);

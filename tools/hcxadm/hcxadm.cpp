@@ -221,12 +221,12 @@ bool Context::confirm(const std::string &what) {
 }
 
 int Context::finish() {
-  if (json()) {
+  if (json() && (!streamed || !errors_.empty())) {
     Value document = {
         {"schema", {{"name", schema_.name}, {"major", schema_.major}, {"minor", schema_.minor}}},
         {"data", std::move(data_)},
         {"errors", std::move(errors_)}};
-    out << document.dump(2, ' ', false, Value::error_handler_t::replace) << '\n';
+    out << document.dump(streamed ? -1 : 2, ' ', false, Value::error_handler_t::replace) << '\n';
   }
   out.flush();
   if (!out && status_ == kDone) {

@@ -42,6 +42,8 @@ class Context {
   Format format = Format::automatic;
   bool yes = false;
   bool dry_run = false;
+  // The verb has written its JSON itself, one document a line; only errors are left to be told at the end.
+  bool streamed = false;
   std::string command;  // "port list", for messages
   std::function<void(Context &)> action;
   Boards boards;

@@ -26,6 +26,7 @@
   NOUN(ct)                 \
   NOUN(els)                \
   NOUN(rnid)               \
+  NOUN(event)              \
   NOUN(auth)               \
   NOUN(caps)               \
   NOUN(log)                \
