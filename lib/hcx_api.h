@@ -325,7 +325,8 @@ typedef void (*hcx_rscn_callback)(uint32_t board, void *payload, uint32_t length
 /* The same for a virtual port of the board, with its port name. */
 typedef void (*hcx_vport_rscn_callback)(uint32_t board, HBA_WWN wwpn, void *payload, uint32_t length);
 /* A CT request that came in (FC-GS), length bytes of it. tag: what SendMgmtResponse() answers it by. */
-typedef void (*hcx_ct_callback)(uint32_t board, void *request, uint32_t length, uint32_t tag, uint32_t gs_type);
+typedef void (*hcx_ct_callback)(uint32_t board, void *request, uint32_t length, uint32_t tag,
+                                uint32_t gs_type);
 
 /* ---- Destinations of ELS requests ---- */
 

@@ -533,11 +533,12 @@ void net_link_exit(void);
  * room (8 a board), no memory, unknown SLI mode, temperature events alone on a board without sensor, a mask without
  * any event, a null func. A call that fails on one board leaves nothing on the others.
  */
-uint32_t HCX_RegisterForEvent(uint32_t board, uint32_t mask, uint32_t type, uint32_t outsz, void (*func)(), void *ctx);
+uint32_t HCX_RegisterForEvent(uint32_t board, uint32_t mask, uint32_t type, uint32_t outsz, void (*func)(),
+                              void *ctx);
 
 /* The same; status is not looked at. */
-uint32_t RegisterForEvent(uint32_t board, uint32_t mask, uint32_t type, uint32_t outsz, void (*func)(), void *ctx,
-                          uint32_t *status);
+uint32_t RegisterForEvent(uint32_t board, uint32_t mask, uint32_t type, uint32_t outsz, void (*func)(),
+                          void *ctx, uint32_t *status);
 
 /*
  * Registers for the CT requests of one GS type, with room for 4096 bytes.

@@ -233,9 +233,7 @@ class Machine : public hcx::sysio::Machine {
     return processes_.spawn(body, arg, size);
   }
   int signal(int pid, int number) override { return processes_.signal(pid, number); }
-  int wait_child(int pid, int *status, int options) override {
-    return processes_.wait(pid, status, options);
-  }
+  int wait_child(int pid, int *status, int options) override { return processes_.wait(pid, status, options); }
   int parent_pid() override { return processes_.parent_pid(); }
   time_t now() override;
   int host_name(char *buf, size_t size) override;
