@@ -8,13 +8,13 @@
 #include <algorithm>
 #include <cstring>
 
+#include "hcx_diag_tibra.h"
 #include "libhcx.h"
 
 namespace hcx {
 namespace {
 
-constexpr uint32_t CFGPARAM_MAX_ROWS = 64;          // rows a caller's array has room for
-constexpr uint32_t FCOE_BRIDGE_DEVICE_ID = 0x7B05;  // FC controller behind an FCoE bridge chip
+constexpr uint32_t CFGPARAM_MAX_ROWS = 64;  // rows a caller's array has room for
 
 static_assert(sizeof(CfgParam) == 132);
 
@@ -47,8 +47,8 @@ uint16_t mode_flags(hcx_host *host) {
 
 // Topology and speed belong to the Ethernet side of FCoE adapters.
 bool link_is_settable(const hcx_host *host) {
-  if (is_fcoe(host)) return false;
-  return (hcx_sysfs_read_hexuint32(host->pci_dev, "device") & 0xffff) != FCOE_BRIDGE_DEVICE_ID;
+  const uint32_t device = hcx_sysfs_read_hexuint32(host->pci_dev, "device") & 0xffff;
+  return !is_fcoe(host) && device != TIBRA_DEVICE_ID;
 }
 
 bool is_link_attribute(const char *name) {

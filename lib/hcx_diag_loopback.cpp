@@ -93,7 +93,7 @@ uint32_t HCX_RunLoopbackTest(uint32_t board, Loopback *pLoopback) {
     HCX_LOG(LOG_ERROR, "board %d protocol %d not supported", board, protocol);
     return 2;
   }
-  if (!pLoopback || !pLoopback->XmitBuffer || !pLoopback->RcvBuffer ||
+  if (!pLoopback ||
       send_bsg_test_loopback(board, pLoopback->bufSize, pLoopback->XmitBuffer, pLoopback->RcvBuffer) != 0) {
     HCX_LOG(LOG_ERROR, "board %d bsg loopback failed", board);
     return 1;

@@ -7,9 +7,10 @@
 // one rescans the host.
 #include "hcx_diag_tibra.h"
 
-#include <algorithm>
 #include <cstring>
+#include <iterator>
 
+#include "hcx_bytes.h"
 #include "libhcx.h"
 
 namespace hcx {
@@ -29,20 +30,13 @@ constexpr uint32_t DATA_HEADER_BYTES = 12;
 // What a failed IssueTibra() leaves in the first word of the response.
 enum tibra_failure : uint32_t { TIBRA_NO_HOST = 1, TIBRA_TOO_LONG = 7 };
 
-uint32_t le_word(const void *buffer, size_t offset) {
-  uint8_t b[WORD_BYTES];
-  memcpy(b, static_cast<const uint8_t *>(buffer) + offset, sizeof b);
-  return static_cast<uint32_t>(b[0]) | static_cast<uint32_t>(b[1]) << 8 | static_cast<uint32_t>(b[2]) << 16 |
-         static_cast<uint32_t>(b[3]) << 24;
-}
-
 void store_failure(void *rsp_buf, uint32_t failure) {
   memcpy(rsp_buf, &failure, sizeof failure);
 }
 
 // Header, then data, bound together by the exchange id that the header's answer brings.
 uint32_t send_with_data(uint32_t board, void *cmd_buf, uint32_t cmd_size, void *rsp_buf, uint32_t *rsp_size) {
-  const uint32_t length = le_word(cmd_buf, WORD_BYTES);
+  const uint32_t length = load_le32(static_cast<const uint8_t *>(cmd_buf) + WORD_BYTES);
   uint32_t header_rsp = 0;
   uint32_t header_rsp_size = sizeof header_rsp;
   uint32_t xri = 0;
@@ -56,17 +50,36 @@ uint32_t send_with_data(uint32_t board, void *cmd_buf, uint32_t cmd_size, void *
   return rval;
 }
 
-// One command of the loopback set-up with its one-word answer. 0, or 1 after logging which of the two failed.
-struct SetupStep {
-  uint32_t rval;
-  uint32_t code;
+// What a step of the loopback set-up says when it was not done: the call failed, or the bridge refused.
+struct StepFailure {
+  const char *rval, *code;
 };
-SetupStep send_setup(uint32_t board, uint32_t *words, uint32_t bytes) {
-  uint32_t response = 0;
-  uint32_t response_size = sizeof response;
-  const uint32_t rval = HCX_SendTibraCommand(board, words, bytes, &response, &response_size);
-  return {rval, response};
+constexpr StepFailure step_failures[] = {
+    {"%s - board %d cmd 1 error rval %d", "%s - board %d cmd 1 error rsp code %d"},
+    {"%s - board %d cmd 2 error rval %d", "%s - board %d cmd 2 error rsp code %d"},
+    {"%s - board %d cmd 3 error rval %d", "%s - board %d cmd 3 error rsp code %d"},
+};
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+// One command of the set-up, whose answer is one word. False when it was not done, which is logged.
+bool send_step(const char *caller, uint32_t board, uint32_t *words, uint32_t bytes,
+               const StepFailure &failure) {
+  uint32_t code = 0;
+  uint32_t code_size = sizeof code;
+  const uint32_t rval = HCX_SendTibraCommand(board, words, bytes, &code, &code_size);
+  if (rval != 0) {
+    libhcx_syslog(LOG_ERROR, failure.rval, caller, board, rval);
+    return false;
+  }
+  if (code != 0) {
+    libhcx_syslog(LOG_ERROR, failure.code, caller, board, code);
+    return false;
+  }
+  return true;
 }
+#pragma GCC diagnostic pop
 
 }  // namespace
 }  // namespace hcx
@@ -78,7 +91,7 @@ uint32_t HCX_SendTibraCommand(uint32_t board, void *cmd_buf, uint32_t cmd_size, 
   HCX_TRACE();
   if (!cmd_buf || !rsp_buf || !rsp_size || cmd_size < hcx::WORD_BYTES || *rsp_size < hcx::WORD_BYTES)
     return 1;
-  switch (hcx::le_word(cmd_buf, 0)) {
+  switch (hcx::load_le32(cmd_buf)) {
     case hcx::TIBRA_CODE_VARIABLE_1:
     case hcx::TIBRA_CODE_VARIABLE_2:
       if (cmd_size < 2 * hcx::WORD_BYTES || *rsp_size > TIBRA_MAX_BYTES) return 1;
@@ -127,49 +140,17 @@ uint32_t ConfigTibraLoopback(uint32_t board, char *pci_dev) {
     HCX_LOG(LOG_ERROR, "board %d port %d > 1", board, port);
     return 1;
   }
-  auto words = hcx::heap_array<uint32_t>(3);
+  const auto words = hcx::heap_array<uint32_t>(3);
   if (!words) {
     HCX_LOG(LOG_ERROR, "board %d malloc failed", board);
     return 1;
   }
-
-  words[0] = hcx::TIBRA_CODE_VARIABLE_2;
-  words[1] = 1;
-  words[2] = 0;
-  hcx::SetupStep step = hcx::send_setup(board, words.get(), 12);
-  if (step.rval != 0) {
-    HCX_LOG(LOG_ERROR, "board %d cmd 1 error rval %d", board, step.rval);
-    return 1;
-  }
-  if (step.code != 0) {
-    HCX_LOG(LOG_ERROR, "board %d cmd 1 error rsp code %d", board, step.code);
-    return 1;
-  }
-
-  words[0] = hcx::TIBRA_CODE_LOOPBACK;
-  words[1] = port;
-  words[2] = 1;
-  step = hcx::send_setup(board, words.get(), 12);
-  if (step.rval != 0) {
-    HCX_LOG(LOG_ERROR, "board %d cmd 2 error rval %d", board, step.rval);
-    return 1;
-  }
-  if (step.code != 0) {
-    HCX_LOG(LOG_ERROR, "board %d cmd 2 error rsp code %d", board, step.code);
-    return 1;
-  }
-
-  words[0] = hcx::TIBRA_CODE_VARIABLE_2;
-  words[1] = 0;
-  words[2] = 0;
-  step = hcx::send_setup(board, words.get(), 12);
-  if (step.rval != 0) {
-    HCX_LOG(LOG_ERROR, "board %d cmd 3 error rval %d", board, step.rval);
-    return 1;
-  }
-  if (step.code != 0) {
-    HCX_LOG(LOG_ERROR, "board %d cmd 3 error rsp code %d", board, step.code);
-    return 1;
+  const uint32_t steps[][3] = {{hcx::TIBRA_CODE_VARIABLE_2, 1, 0},
+                               {hcx::TIBRA_CODE_LOOPBACK, port, 1},
+                               {hcx::TIBRA_CODE_VARIABLE_2, 0, 0}};
+  for (size_t step = 0; step < std::size(steps); ++step) {
+    memcpy(words.get(), steps[step], sizeof steps[step]);
+    if (!hcx::send_step(__func__, board, words.get(), sizeof steps[step], hcx::step_failures[step])) return 1;
   }
   hcx::sysio::machine().sleep_us(1000000);  // the bridge needs it to switch over
   return 0;
@@ -178,14 +159,5 @@ uint32_t ConfigTibraLoopback(uint32_t board, char *pci_dev) {
 uint32_t unConfigTibraLoopback(uint32_t board) {
   HCX_TRACE();
   uint32_t words[2] = {hcx::TIBRA_CODE_VARIABLE_1, 0};
-  const hcx::SetupStep step = hcx::send_setup(board, words, sizeof words);
-  if (step.rval != 0) {
-    HCX_LOG(LOG_ERROR, "board %d cmd 1 error rval %d", board, step.rval);
-    return 1;
-  }
-  if (step.code != 0) {
-    HCX_LOG(LOG_ERROR, "board %d cmd 1 error rsp code %d", board, step.code);
-    return 1;
-  }
-  return 0;
+  return hcx::send_step(__func__, board, words, sizeof words, hcx::step_failures[0]) ? 0 : 1;
 }

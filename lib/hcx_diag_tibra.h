@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What the loopback calls and the bridge calls share.
+// The bridge chip: what the loopback calls, the bridge calls and the driver parameters share.
 #pragma once
 
 #include <cstdint>

@@ -195,7 +195,8 @@ uint32_t HCX_EndLoopback(uint32_t board);
  *
  * Returns 0 sent; 1 a null pointer, a buffer too short or too long, no such board, or (code 2) a length word that
  * does not agree with cmd_size, told only after the three words went out; otherwise the transport's result. With
- * code 2 the outcome of the data is told by the response alone.
+ * code 2 the outcome of the data is told by the response alone. For the two variables 1 says that the adapter refused;
+ * a failure on the way to it, such as no such board, is 0.
  * Sends BSG vendor commands 8 and 9, or MBX_SET_VARIABLE.
  * Blocks until the bridge answers, at most 60 seconds a phase.
  */

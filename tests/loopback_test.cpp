@@ -7,6 +7,7 @@
 
 #include "alloc_fault.h"
 #include "control_machine.h"
+#include "sim_mbox.h"
 
 namespace {
 
@@ -166,6 +167,39 @@ TEST_F(LoopbackTest, EachBridgeStepCanFail) {
   }
 }
 
+// The variables go by mailbox on little-endian processors; there the firmware can refuse them.
+TEST_F(LoopbackTest, RefusedVariablesEndTheSetUp) {
+  if (!little_endian) GTEST_SKIP() << "the bridge takes them itself";
+  sim::Host &host = machine.add_host({.sli = 3, .pci = "0000:05:00.0", .pci_device = bridged});
+  start();
+  int refused = 0, seen = 0;
+  sim::mailbox(host).handlers[MBX_SET_VARIABLE] = [&](sim::MailboxCall &call) {
+    if (++seen == refused) call.set_status(1);
+  };
+  for (int variable : {1, 2}) {
+    refused = variable;
+    seen = 0;
+    EXPECT_EQ(HCX_ConfigLoopback(0, 1, 30000), 1U);
+    EXPECT_EQ(seen, variable);
+    const int step = variable == 1 ? 1 : 3;
+    EXPECT_TRUE(
+        machine.logged("ConfigTibraLoopback - board 0 cmd " + std::to_string(step) + " error rval 1"));
+  }
+  EXPECT_TRUE(machine.delays().empty());
+  expect_nothing_held();
+}
+
+TEST_F(LoopbackTest, EndGoesOnWhenTheBridgeRefuses) {
+  sim::Host &host = machine.add_host({.sli = 3, .pci = "0000:05:00.0", .pci_device = bridged});
+  start();
+  sim::mailbox(host).forced_status[MBX_SET_VARIABLE] = 1;
+  machine.bsg().on_vendor(8, [](sim::BsgCall &call) { call.result = -EIO; });
+  EXPECT_EQ(unConfigTibraLoopback(0), 1U);
+  EXPECT_TRUE(machine.logged("unConfigTibraLoopback - board 0 cmd 1 error rval "));
+  EXPECT_EQ(HCX_EndLoopback(0), 0U);
+  EXPECT_EQ(written(), std::vector<std::string>{"issue_lip=1\n"});
+}
+
 TEST_F(LoopbackTest, BridgeSetUpWithoutMemory) {
   machine.add_host({.sli = 3, .pci = "0000:05:00.0", .pci_device = bridged});
   start();
@@ -220,6 +254,20 @@ TEST_F(Bridge, VariablesGoByMailbox) {
   EXPECT_EQ(send(little({0x80000001, 1})), 0U);
   EXPECT_EQ(commands(), Commands{7});
   EXPECT_EQ(rsp[0] | rsp[1] | rsp[2] | rsp[3], 0U);
+}
+
+TEST_F(Bridge, VariablesTellOnlyOfRefusals) {
+  sim::mailbox(*machine.hosts()[0]).forced_status[MBX_SET_VARIABLE] = 1;
+  EXPECT_EQ(send(little({0x80000002, 1})), 1U);
+  std::string command = little({0x80000001, 1});
+  EXPECT_EQ(HCX_SendTibraCommand(6, command.data(), 8, rsp, &rsp_size), 0U);
+  EXPECT_TRUE(machine.logged("HCX_SendTibraCommand - no host on board 6"));
+}
+
+TEST_F(Bridge, DataBeyondTheLimitShowInTheResponse) {
+  EXPECT_EQ(send(little({2, 0x54001, 0}) + std::string(0x54001, 'd')), 0U);
+  EXPECT_EQ(rsp[0], 7U);
+  EXPECT_EQ(commands(), Commands{8});
 }
 
 TEST_F(Bridge, SizesAreChecked) {

@@ -145,6 +145,35 @@ INSTANTIATE_TEST_SUITE_P(All, Reset, ::testing::ValuesIn(reset_cases), [](const 
   return name;
 });
 
+// What was done is news for administrators, what failed is an error.
+TEST_F(ControlTest, ResetLinesHaveTheirCategories) {
+  machine.add_host();
+  start();
+  struct Case {
+    bool fall_back_fails;
+    uint32_t mask;
+    Texts logged, silent;
+  };
+  const Case cases[] = {
+      {false, LOG_ADMIN, {"fall back to selective reset success", "issue reset coordinated success"}, {}},
+      {false, LOG_ERROR, {}, {"fall back", "issue reset"}},
+      {true, LOG_ADMIN, {"issue reset coordinated success"}, {"fall back"}},
+      {true, LOG_ERROR, {"fall back to selective reset failed"}, {"issue reset"}},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(std::to_string(c.mask) + (c.fall_back_fails ? " failing" : ""));
+    libhcx_syslog_enable(c.mask);
+    machine.clear_records();
+    machine.fail(refuse("issue_reset", EINVAL, 1, c.fall_back_fails));
+    EXPECT_EQ(HCX_ResetAdapter(0, 2), 0U);
+    machine.clear_faults();
+    for (const std::string &text : c.logged)
+      EXPECT_TRUE(machine.logged(text)) << text;
+    for (const std::string &text : c.silent)
+      EXPECT_FALSE(machine.logged(text)) << text;
+  }
+}
+
 TEST_F(ControlTest, ResetKnowsOnlyNumberedBoards) {
   machine.add_host();
   EXPECT_EQ(HCX_ResetAdapter(0, 1), 1U);
