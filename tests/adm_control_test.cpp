@@ -64,6 +64,15 @@ TEST_F(AdmControl, ResetReadsTheModeBack) {
   EXPECT_EQ(yes({"reset", "0", "--wait", "0"}), 1);
   EXPECT_TRUE(says("the board is error")) << err;
   EXPECT_EQ(run({"reset", "0", "--kind", "warm"}), 2);
+  // Requests that cannot reach the driver. The library counts some of them as done.
+  host.set_scsi("board_mode", "online");
+  machine.fail({.verb = sim::Verb::open, .path = "issue_reset", .persistent = true, .error = EACCES});
+  for (const char *kind : {"selective", "coordinated"}) {
+    EXPECT_EQ(yes({"reset", "0", "--kind", kind}), 5) << kind;
+    EXPECT_TRUE(says("the driver does not let it be requested")) << err;
+  }
+  EXPECT_EQ(yes({"reset", "0", "--kind", "firmware"}), 0) << err;
+  machine.clear_faults();
   EXPECT_EQ(run({"reset", "5", "--yes"}), 3);
 }
 

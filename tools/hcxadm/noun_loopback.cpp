@@ -165,7 +165,8 @@ uint32_t run_tests(Context &ctx, Result &result) {
   std::vector<uint8_t> out(result.args.size);
   std::vector<uint8_t> in(result.args.size);
   Progress progress(ctx, result.args.count);
-  for (uint32_t test = 1; test <= result.args.count && !InterruptGuard::caught(); ++test) {
+  for (uint32_t done = 0; done < result.args.count && !InterruptGuard::caught(); ++done) {
+    const uint32_t test = done + 1;
     pattern.fill(out, test);
     std::fill(in.begin(), in.end(), uint8_t{0});
     Loopback loopback{result.args.size, out.data(), in.data()};
