@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "sim_control.h"
 #include "sim_machine.h"
 
 namespace sim {
@@ -200,6 +201,25 @@ void load_vport(Host &host, const json &object, const std::string &where) {
   host.add_vport(spec);
 }
 
+void load_control(Host &host, const json &object, const std::string &where) {
+  Reader in(object, where);
+  ControlSettings settings = control_settings(host);
+  in.flag("reset_enabled", settings.reset_enabled);
+  in.flag("fw_reset", settings.fw_reset);
+  in.flag("coordinated_reset", settings.coordinated_reset);
+  in.flag("selective_reset", settings.selective_reset);
+  in.flag("mode_changes", settings.mode_changes);
+  in.flag("dump", settings.dump);
+  in.flag("nolip", settings.nolip);
+  in.flag("params_writable", settings.params_writable);
+  in.flag("loopback_plug", settings.loopback_plug);
+  in.integer("loopback_corrupt", settings.loopback_corrupt);
+  in.flag("bridge_answers", settings.bridge_answers);
+  in.flag("end_loopback", settings.end_loopback);
+  in.done();
+  configure(host, settings);
+}
+
 void load_host(Machine &machine, const json &object, const std::string &where) {
   Reader in(object, where);
   HostSpec spec;
@@ -249,6 +269,7 @@ void load_host(Machine &machine, const json &object, const std::string &where) {
   in.array("vports", [&](const json &vport, const std::string &at) { load_vport(host, vport, at); });
   load_attributes(machine, in, "scsi_host", host.scsi_dir());
   load_attributes(machine, in, "fc_host", host.fc_dir());
+  if (const json *control = in.find("control")) load_control(host, *control, in.at("control"));
   in.done();
 }
 
