@@ -6,6 +6,7 @@
 // keeps them apart. It is a leaf: nothing is taken inside, and the event signal stays away meanwhile.
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "hcx_signal.h"
 #include "libhcx.h"
@@ -60,12 +61,25 @@ void subtract_snapshot(const hcx_host *host, Counters &counters) {
     counters.value[i] -= base.value[i];
 }
 
-// Puts another snapshot, or none, in place of the host's.
-void replace_snapshot(hcx_host *host, HeapArray<uint8_t> snapshot) {
+bool has_snapshot(const hcx_host *host) {
   const EventSignalBlock no_events;
   const std::lock_guard<std::mutex> guard(snapshot_mutex);
-  HeapArray<uint8_t> old(host->stat_reset);
-  host->stat_reset = snapshot.release();
+  return host->stat_reset != nullptr;
+}
+
+// Renews the host's snapshot, or makes `fresh` its first. Without either another reset has just ended the
+// earlier one, and is taken to be the later of the two.
+void store_snapshot(hcx_host *host, const Counters &counters, HeapArray<uint8_t> fresh) {
+  const EventSignalBlock no_events;
+  const std::lock_guard<std::mutex> guard(snapshot_mutex);
+  if (!host->stat_reset) host->stat_reset = fresh.release();
+  if (host->stat_reset) memcpy(host->stat_reset, &counters, sizeof counters);
+}
+
+void drop_snapshot(hcx_host *host) {
+  const EventSignalBlock no_events;
+  const std::lock_guard<std::mutex> guard(snapshot_mutex);
+  const HeapArray<uint8_t> old(std::exchange(host->stat_reset, nullptr));
 }
 
 }  // namespace
@@ -99,20 +113,22 @@ extern "C" void ResetStatistics(uint32_t board, uint32_t /*portindex*/) {
     HCX_LOG(LOG_ERROR, "no host on board %d", board);
     return;
   }
-  HeapArray<uint8_t> snapshot = heap_array<uint8_t>(sizeof(Counters));
-  if (!snapshot) {
-    HCX_LOG(LOG_ERROR, "board %d no host stat_reset", board);
-    return;
+  HeapArray<uint8_t> fresh;
+  if (!has_snapshot(host.get())) {
+    fresh = heap_array<uint8_t>(sizeof(Counters));
+    if (!fresh) {
+      HCX_LOG(LOG_ERROR, "board %d no host stat_reset", board);
+      return;
+    }
   }
   Counters counters;
   if (hcx_host_stats_read(host.get(), &counters, 0, sizeof counters) != sizeof counters) {
-    replace_snapshot(host.get(), nullptr);
+    drop_snapshot(host.get());
     HCX_LOG(LOG_ERROR, "board %d error reading host stats", board);
     return;
   }
   // A counter that is not kept must go on reading all ones.
   for (size_t counter : {kLip, kNos, kDumped})
     if (counters.value[counter] == UINT64_MAX) counters.value[counter] = 0;
-  memcpy(snapshot.get(), &counters, sizeof counters);
-  replace_snapshot(host.get(), std::move(snapshot));
+  store_snapshot(host.get(), counters, std::move(fresh));
 }

@@ -93,6 +93,7 @@ uint32_t hcx_send_bsg_scsi_cmd(const char *file_name, ScsiCommand &command) {
 
 hcx_lun *hcx_search_lun(uint32_t board, const HBA_WWN *rwwpn, uint64_t lun_id, HostRef &held) {
   HCX_TRACE();
+  if (!rwwpn) return nullptr;
   held = board_host(board);
   if (!held) {
     HCX_LOG(LOG_ERROR, "no host on board %d", board);
@@ -209,7 +210,6 @@ extern "C" uint32_t hcx_send_scsi_cmd(const char *file_name, int data_dir, unsig
 }
 
 extern "C" hcx_lun *hcx_search_lun(uint32_t board, HBA_WWN *rwwpn, uint64_t lun_id) {
-  if (!rwwpn) return nullptr;
   HostRef held;
   return hcx::hcx_search_lun(board, rwwpn, lun_id, held);
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // SCSI commands to a LUN given by local and remote port name. sysfs is asked instead of the inventory, so
 // that LUNs behind virtual ports are found too; no host lock is taken.
+#include <errno.h>
+
 #include <string>
 #include <vector>
 
@@ -20,18 +22,21 @@ uint64_t image_of_number(uint32_t lun) {
 }
 
 // The LUNs that the kernel shows below a target, in the order of their names, as REPORT LUNS data.
-uint32_t build_from_sysfs(const ScsiTarget &target, const ScsiBuffers &buffers) {
-  ReportLunsBuilder answer(buffers);
+// A listing that fails must not look like a target without LUNs: a negated errno then.
+int build_from_sysfs(const ScsiTarget &target, const ScsiBuffers &buffers) {
   const Text<32> prefix("%d:0:%d:", target.host_id, target.target_id);
   std::vector<std::string> names;
-  sysio::list_sorted(kScsiDeviceDir, prefix.c_str(), names);
+  const int listed =
+      no_throw(-ENOMEM, [&] { return sysio::list_sorted(kScsiDeviceDir, prefix.c_str(), names); });
+  if (listed < 0 && listed != -ENOENT) return listed;
+  ReportLunsBuilder answer(buffers);
   for (const std::string &name : names) {
     long long lun;
     if (sscanf(name.c_str(), "%*d:0:%*d:%lld", &lun) != 1) continue;
     if (!answer.add(static_cast<uint64_t>(lun))) break;
   }
   answer.finish();
-  return kScsiSent;
+  return 0;
 }
 
 }  // namespace
@@ -77,5 +82,8 @@ extern "C" uint32_t HCX_SendReportLUNsByWWN(uint32_t /*board*/, HBA_WWN *lwwpn, 
           "get lun file name failed on host_id %d target_id %d constructing our own report luns reponse",
           target.host_id, target.target_id);
   if (buffers.room() < kReportLunsEntry) return kScsiFailed;
-  return no_throw(kScsiFailed, [&] { return build_from_sysfs(target, buffers); });
+  if (build_from_sysfs(target, buffers) == 0) return kScsiSent;
+  HCX_LOG(LOG_ERROR, "cannot list %s for host_id %d target_id %d", kScsiDeviceDir, target.host_id,
+          target.target_id);
+  return kScsiFailed;
 }

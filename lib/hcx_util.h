@@ -400,6 +400,12 @@ void hcx_sysfs_scan_rports(hcx_host *host);
 void hcx_sysfs_scan_rport(hcx_port *port);
 void hcx_sysfs_scan_luns(hcx_port *rport);
 void hcx_sysfs_scan_lun(hcx_lun *lun);
+/*
+ * The device file of a LUN: SCSI generic, else block.
+ *   lun_id    the 8-byte image, of which bytes 0 to 3 count
+ *   dev_name  out: at least 256 bytes; unchanged on failure
+ * Returns 0; -1 when there is none. Reads the links of the SCSI device in sysfs.
+ */
 int hcx_get_lun_file_name(uint32_t host_id, uint32_t target_id, uint64_t lun_id, char *dev_name);
 int hcx_get_target_id(uint32_t host_id, HBA_WWN *pWWPN);
 int hcx_get_host_id(HBA_WWN *pWWPN);

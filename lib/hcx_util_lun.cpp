@@ -3,6 +3,7 @@
 // The records belong to a remote port whose host the caller has locked for writing, or owns alone; nothing here locks.
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 #include "hcx_util_scan.h"
@@ -140,13 +141,14 @@ bool ClassListing::find(const char *prefix, Range *range) {
 }
 
 bool link_tail(const char *path, Path *tail, int *error) {
-  char target[256];
+  // With room for every link there is: the last component of a text that was cut would name another device.
+  char target[PATH_MAX];
   ssize_t length = sysio::machine().read_link(path, target, sizeof target - 1);
   if (error) *error = length < 0 ? static_cast<int>(length) : 0;
   if (length <= 0) return false;
   target[length] = '\0';
   const char *slash = strrchr(target, '/');
-  if (!slash) return false;
+  if (!slash || strlen("/dev") + strlen(slash) >= Path::size()) return false;
   snprintf(tail->data(), Path::size(), "%s", slash);
   return true;
 }
@@ -227,7 +229,7 @@ int hcx_get_lun_file_name(uint32_t host_id, uint32_t target_id, uint64_t lun_id,
         !named_link_tail(device.c_str(), "scsi_generic:", &tail) &&
         !named_link_tail(device.c_str(), "block:", &tail))
       return -1;
-    sprintf(dev_name, "/dev%s", tail.c_str());
+    snprintf(dev_name, Path::size(), "/dev%s", tail.c_str());
     return 0;
   });
 }

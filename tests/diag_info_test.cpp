@@ -56,6 +56,20 @@ TEST_F(DiagInfo, DriverRecordByVersion) {
   EXPECT_EQ(HCX_GetDrvInfo(0, nullptr), 1u);
 }
 
+TEST_F(DiagInfo, NoBoardNumberNamesAHostWithoutOne) {
+  add_board();
+  scan();
+  hcx_host_list->brd_idx = -1;
+  HCXDrvInfo info = {};
+  info.drvInfoVer = 4;
+  EXPECT_EQ(HCX_GetDrvInfo(0xffffffff, &info), 12u);
+  Vpd vpd = {};
+  vpd.version = 1;
+  EXPECT_EQ(GetVPDInfo(0xffffffff, &vpd), 2u);
+  LinkInfo link;
+  EXPECT_EQ(HCX_GetLinkInfo(0xffffffff, &link), 12u);
+}
+
 TEST_F(DiagInfo, FeaturesFollowTheAdapter) {
   const struct {
     int sli;

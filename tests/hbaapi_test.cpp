@@ -2,6 +2,7 @@
 // Adapter and port attributes against hand-made records, and statistics with their reset.
 #include <thread>
 
+#include "alloc_fault.h"
 #include "board_fixture.h"
 
 namespace {
@@ -431,6 +432,27 @@ TEST_F(Statistics, CountFromTheLastReset) {
   EXPECT_EQ(stat.TxFrames, 5077);  // a failed reset ends the earlier one
   ResetStatistics(8, 0);
   EXPECT_TRUE(m.logged("ResetStatistics - no host on board 8"));
+}
+
+TEST_F(Statistics, OnlyTheFirstResetNeedsMemory) {
+  sim::Host &host = add_board();
+  host.set_statistic("tx_frames", 5000);
+  scan();
+  alloc_fault::fail_nth(1);
+  ResetStatistics(0, 0);
+  EXPECT_TRUE(alloc_fault::take_hit());
+  EXPECT_TRUE(m.logged("ResetStatistics - board 0 no host stat_reset"));
+  HBA_PORTSTATISTICS stat;
+  ASSERT_EQ(GetPortStatistics(0, 0, &stat), 0u);
+  EXPECT_EQ(stat.TxFrames, 5000);
+  ResetStatistics(0, 0);
+  host.set_statistic("tx_frames", 5010);
+  alloc_fault::fail_nth(1);
+  ResetStatistics(0, 0);  // renews what is there
+  EXPECT_FALSE(alloc_fault::take_hit());
+  host.set_statistic("tx_frames", 5012);
+  ASSERT_EQ(GetPortStatistics(0, 0, &stat), 0u);
+  EXPECT_EQ(stat.TxFrames, 2);
 }
 
 TEST_F(Statistics, OlderTreesGiveThemAsOneBlock) {

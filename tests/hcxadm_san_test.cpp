@@ -88,9 +88,19 @@ TEST_F(San, ResetCountsFromNowOn) {
   ASSERT_EQ(run("stats 0 -o json"), 0);
   row = nlohmann::json::parse(out)["data"].at(0);
   EXPECT_EQ(row["link_failures"], 12);  // for that command only
+  // The difference of two marks of a counter that is not kept is no count.
+  host.set_statistic("error_frames", ~0ull);
+  ASSERT_EQ(run("stats 0 --reset -o json"), 0) << err;
+  EXPECT_TRUE(nlohmann::json::parse(out)["data"].at(0)["error_frames"].is_null()) << out;
+  m.add_host({.number = 4});
   m.vfs().remove(host.scsi_dir() + "stats");
-  EXPECT_EQ(run("stats 0 --reset"), 4);
-  EXPECT_NE(err.find("offers no snapshot"), std::string::npos) << err;
+  EXPECT_EQ(run("stats --reset -o json"), 4);
+  EXPECT_NE(err.find("board 0 (host3): resetting the statistics: the driver offers no snapshot"),
+            std::string::npos)
+      << err;
+  const auto rows = nlohmann::json::parse(out)["data"];  // the other board is not hidden
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows.at(0)["host"], "host4");
 }
 
 TEST_F(San, RatesNeedTwoReadingsThatGrow) {
@@ -202,9 +212,10 @@ TEST_F(San, WritingAsksFirst) {
           "/dev/sda"),
       std::string::npos)
       << err;
-  ASSERT_EQ(commands().size(), 1u);
-  EXPECT_EQ(commands()[0].header, std::string("\x2a\0\0\0\0\x9\0\0\2\0", 10));
-  EXPECT_EQ(commands()[0].data_out, std::string(1024, 'w'));
+  ASSERT_EQ(commands().size(), 2u);
+  EXPECT_EQ(commands()[0].header[0], '\x25');  // the size of the blocks
+  EXPECT_EQ(commands()[1].header, std::string("\x2a\0\0\0\0\x9\0\0\2\0", 10));
+  EXPECT_EQ(commands()[1].data_out, std::string(1024, 'w'));
   std::ofstream(file, std::ios::binary) << std::string(1000, 'w');
   EXPECT_EQ(run(line + " -y"), 2);
   EXPECT_EQ(run("scsi write " + lun5 + "--block 9 --file /nowhere/at/all -y"), 3);
@@ -232,6 +243,88 @@ TEST_F(San, AnswersInWords) {
   EXPECT_EQ(run("scsi inquiry 0 5006016000000001 6"), 3);
   EXPECT_EQ(run("scsi cdb " + lun5 + "0 0 0"), 2);
   EXPECT_EQ(run("scsi read " + lun5 + "--blocks 65536"), 2);
+}
+
+TEST_F(San, BlocksThatDidNotMoveAreNoSuccess) {
+  sim::Lun &lun = add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 5});
+  const std::string file = ::testing::TempDir() + "hcxadm_san_moved";
+  const auto kept = [&] {
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  sim::ScsiAnswer good, lost, reserved, busy, part;
+  lost.host_status = 1;  // with a residual of 0, as if all had been transferred
+  lost.residual_extra = -1024;
+  reserved.status = 0x18;
+  busy.status = 0x08;
+  part.data = std::string(512, 'r');
+  const struct {
+    const char *what;
+    sim::ScsiAnswer answer;
+    int read, write;
+    const char *said;
+  } rows[] = {
+      {"path", lost, 1, 1, "could not be reached (1)"},
+      {"reservation", reserved, 1, 1, "reservation conflict (24)"},
+      {"busy", busy, 6, 6, "busy (8)"},
+      {"half", part, 1, 0, "only 512 of 1024 bytes were transferred"},
+  };
+  for (const auto &row : rows) {
+    sim::unit_of(lun).hook = [&](const std::string &cdb, const std::string &, sim::ScsiAnswer &answer,
+                                 int &) {
+      if (cdb[0] == '\x25') return false;
+      answer = row.answer;
+      return true;
+    };
+    std::ofstream(file, std::ios::binary) << std::string(1024, 'w');
+    EXPECT_EQ(run("scsi read " + lun5 + "--blocks 2 --file " + file), row.read) << row.what;
+    EXPECT_NE(err.find(row.said), std::string::npos) << row.what << ": " << err;
+    EXPECT_EQ(kept(), std::string(1024, 'w')) << row.what;
+    EXPECT_EQ(run("scsi write " + lun5 + "--block 0 -y --file " + file), row.write)
+        << row.what << ": " << err;
+  }
+  sim::unit_of(lun).hook = {};
+  EXPECT_EQ(run("scsi read " + lun5 + "--blocks 2 --file " + file), 0) << err;
+  EXPECT_EQ(kept().substr(0, 15), "3:0:0:5 block 0");
+  std::remove(file.c_str());
+}
+
+TEST_F(San, BlocksOfAnotherSizeAreLeftAlone) {
+  sim::Lun &lun = add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 5});
+  const std::string file = ::testing::TempDir() + "hcxadm_san_size";
+  std::ofstream(file, std::ios::binary) << std::string(512, 'w');
+  // 2^33 blocks of 4096 bytes: more than 32 bits count.
+  sim::unit_of(lun).hook = [](const std::string &cdb, const std::string &, sim::ScsiAnswer &answer, int &) {
+    const bool wide = cdb[0] == '\x9e';
+    answer.data = wide ? std::string("\0\0\0\1\xff\xff\xff\xff\0\0\x10\0", 12) + std::string(20, '\0')
+                       : std::string("\xff\xff\xff\xff\0\0\x10\0", 8);
+    return true;
+  };
+  EXPECT_EQ(run("scsi read " + lun5), 4);
+  EXPECT_EQ(run("scsi write " + lun5 + "--block 0 -y --file " + file), 4);
+  EXPECT_NE(err.find("the LUN has blocks of 4096 bytes, not 512"), std::string::npos) << err;
+  ASSERT_EQ(run("scsi capacity " + lun5 + "-o json"), 0) << err;
+  const auto row = nlohmann::json::parse(out)["data"].at(0);
+  EXPECT_EQ(row["blocks"], 0x200000000);
+  EXPECT_EQ(row["bytes"], 0x200000000 * 4096);
+  for (const sim::Request &request : commands())
+    EXPECT_TRUE(request.header[0] == '\x25' || request.header[0] == '\x9e');
+  std::remove(file.c_str());
+}
+
+TEST_F(San, ALongerListOfLunsIsSaidToBeCut) {
+  sim::Lun &lun = add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 0});
+  sim::ScsiAnswer answer;
+  sim::unit_of(lun).hook = [&](const std::string &, const std::string &, sim::ScsiAnswer &given, int &) {
+    given = answer;
+    return true;
+  };
+  answer.data = std::string("\0\2\0\x8\0\0\0\0", 8) + std::string(8 * 16384, '\0');
+  EXPECT_EQ(run("scsi luns 0 5006016000000001"), 1);
+  EXPECT_NE(err.find("only the first 16384 LUNs of a longer list came"), std::string::npos) << err;
+  answer.data = {};
+  EXPECT_EQ(run("scsi luns 0 5006016000000001"), 1);
+  EXPECT_NE(err.find("no answer"), std::string::npos) << err;
 }
 
 std::vector<uint8_t> bytes(const std::string &text) {

@@ -348,6 +348,40 @@ TEST_F(Scsi, ReportLunsIsMadeUpWithoutLunZero) {
                "own report luns reponse"));
 }
 
+TEST_F(Scsi, AListingThatFailsIsNoEmptyTarget) {
+  port->add_lun({.lun = 5});
+  scan();
+  m.fail({.verb = sim::Verb::list, .path = "/sys/class/scsi_device", .persistent = true, .error = EMFILE});
+  memset(data, 0xee, sizeof data);
+  EXPECT_EQ(HCX_SendReportLUNsByWWN(0, &local, &remote, data, &data_size, sense, &sense_size), 1u);
+  EXPECT_TRUE(m.logged("HCX_SendReportLUNsByWWN - cannot list /sys/class/scsi_device"));
+  EXPECT_EQ(data_size, sizeof data);
+  EXPECT_EQ(data[0], 0xee);
+}
+
+TEST_F(Scsi, ALongLinkLeadsToItsOwnDevice) {
+  sim::Lun &lun = port->add_lun({.lun = 5});
+  scan();
+  const auto lead_to = [&](const std::string &text) {
+    m.vfs().remove(lun.device_dir() + "generic");
+    m.vfs().put_link(lun.device_dir() + "generic", text);
+    data_size = 64;
+    return HCX_SendScsiInquiryByWWN(0, &local, &remote, lun5, 0, 0, data, &data_size, sense, &sense_size);
+  };
+  // Cut at 255 characters, the first would end in "sg1", which is there, and be sent a command that is not for it.
+  m.vfs().put_device("/dev/sg1", 0600);
+  const std::string far = std::string(251, 'd') + "/sg12";
+  ASSERT_EQ(far.substr(0, 255).substr(251), "/sg1");
+  EXPECT_EQ(lead_to(far), 1u);
+  EXPECT_TRUE(m.logged("hcx_send_bsg_scsi_cmd - open failed for /dev/sg12"));
+  // Names that do not fit behind "/dev" are no device's.
+  for (const size_t length : {250, 251, 252, 253, 255})
+    EXPECT_EQ(lead_to("x/" + std::string(length, 'n')), 1u);
+  EXPECT_TRUE(m.logged("open failed for /dev/" + std::string(250, 'n')));
+  EXPECT_TRUE(m.logged("HCX_SendScsiInquiryByWWN - get lun file name failed on host_id 3 target_id 7"));
+  EXPECT_TRUE(m.requests().empty());
+}
+
 TEST_F(Scsi, FaultsLeaveNothingBehind) {
   port->add_lun({.lun = 5});
   scan();

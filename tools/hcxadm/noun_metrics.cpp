@@ -138,10 +138,15 @@ void put_board(Metrics &metrics, const Board &board, const Labels &labels) {
 constexpr struct {
   int bit;
   const char *name;
-} roles[] = {{FC_RPORT_ROLE_FCP_TARGET, "FCP Target"},     {FC_RPORT_ROLE_FCP_INITIATOR, "FCP Initiator"},
-             {FC_RPORT_ROLE_IP_PORT, "IP Port"},           {FC_FPORT_ROLE_FABRIC, "Fabric Port"},
-             {FC_FPORT_ROLE_FABCTLR, "Fabric Controller"}, {FC_FPORT_ROLE_DIRSRVR, "Directory Server"},
-             {FC_FPORT_ROLE_TIMESRVR, "Time Server"},      {FC_FPORT_ROLE_MGMTSRVR, "Management Server"}};
+} roles[] = {{FC_RPORT_ROLE_FCP_TARGET, "FCP Target"},
+             {FC_RPORT_ROLE_FCP_INITIATOR, "FCP Initiator"},
+             {FC_RPORT_ROLE_IP_PORT, "IP Port"},
+             {FC_FPORT_ROLE_FABRIC, "Fabric Port"},
+             {FC_FPORT_ROLE_FABCTLR, "Fabric Controller"},
+             {FC_FPORT_ROLE_DIRSRVR, "Directory Server"},
+             {FC_FPORT_ROLE_TIMESRVR, "Time Server"},
+             {FC_FPORT_ROLE_MGMTSRVR, "Management Server"},
+             {FC_FPORT_ROLE_UNKNFABRIC, "Unknown Fabric Entity"}};
 
 void put_port(Metrics &metrics, const Board &board, const Port &port, const Labels &of_board) {
   Labels labels = of_board;

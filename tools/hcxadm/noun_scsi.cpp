@@ -1,20 +1,18 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // "scsi": commands to LUNs. Answers are decoded and shown as bytes; what writes asks first.
 #include <algorithm>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 
 #include "designator.h"
 #include "nouns.h"
-#include "scsi.h"
+#include "scsi_command.h"
 
 namespace hcxadm {
 namespace {
 
 constexpr size_t block_size = 512;
 constexpr size_t max_blocks = 65535;
-constexpr size_t sense_room = 252;
 
 struct Arguments {
   LunName lun;
@@ -27,27 +25,26 @@ struct Arguments {
   uint32_t timeout = 30;
 };
 
-// What came back.
-struct Answer {
-  std::vector<uint8_t> data;
-  std::vector<uint8_t> sense;
-};
-
-// Runs a call on buffers of the given size.
-template <class Call>
-Answer send(const std::string &tried, const Board &board, std::vector<uint8_t> data, Call call) {
-  Answer answer{std::move(data), std::vector<uint8_t>(sense_room)};
-  uint32_t data_size = static_cast<uint32_t>(answer.data.size());
-  uint32_t sense_size = static_cast<uint32_t>(answer.sense.size());
-  const uint32_t result = call(answer.data.data(), &data_size, answer.sense.data(), &sense_size);
-  if (result != 0) throw call_failure(Family::scsi, result, tried, board.name());
-  answer.data.resize(std::min<size_t>(data_size, answer.data.size()));
-  answer.sense.resize(std::min<size_t>(sense_size, answer.sense.size()));
-  return answer;
-}
-
 Failure usage(const std::string &tried, const std::string &todo) {
   return Failure({.status = kUsage, .tried = tried, .board = {}, .code = {}, .name = {}, .todo = todo});
+}
+
+// Says what went wrong with a command that the device answered.
+void report_end(Context &ctx, const ScsiResult &result, const std::string &tried, const Board &board) {
+  if (const std::string sense = sense_text(result.sense); !sense.empty())
+    ctx.report({.status = kFailed,
+                .tried = tried,
+                .board = board.name(),
+                .code = {},
+                .name = "check condition: " + sense,
+                .todo = {}});
+  else if (result.status != 0)
+    ctx.report({.status = result.status == 0x08 || result.status == 0x28 ? kBusy : kFailed,
+                .tried = tried,
+                .board = board.name(),
+                .code = result.status,
+                .name = scsi_status_name(result.status),
+                .todo = {}});
 }
 
 // A record of named values, grown one by one.
@@ -65,20 +62,14 @@ class Record {
     add("device", "DEVICE", Kind::text, or_null(address.device));
   }
   // Bytes and sense come last; people get the bytes as a dump behind the record.
-  void show(Context &ctx, const Answer &answer, const std::string &tried, const Board &board,
+  void show(Context &ctx, const ScsiResult &result, const std::string &tried, const Board &board,
             bool dump = true) {
-    const std::string sense = sense_text(answer.sense);
+    const std::string sense = sense_text(result.sense);
     add("sense", "SENSE", Kind::text, sense.empty() ? Value() : Value(sense));
-    if (dump) add("data", "DATA", Kind::nested, hex_string(answer.data));
+    if (dump) add("data", "DATA", Kind::nested, hex_string(result.data));
     ctx.show(table_, Layout::record);
-    if (dump && !ctx.json()) ctx.out << hex_dump(answer.data);
-    if (!sense.empty())
-      ctx.report({.status = kFailed,
-                  .tried = tried,
-                  .board = board.name(),
-                  .code = {},
-                  .name = "check condition: " + sense,
-                  .todo = {}});
+    if (dump && !ctx.json()) ctx.out << hex_dump(result.data);
+    report_end(ctx, result, tried, board);
   }
 
  private:
@@ -94,13 +85,6 @@ std::string text_at(const std::vector<uint8_t> &data, size_t at, size_t size) {
 
 Value text_value(const std::string &text) {
   return text.empty() ? Value() : Value(text);
-}
-
-uint64_t big_endian(const std::vector<uint8_t> &data, size_t at, size_t size) {
-  uint64_t value = 0;
-  for (size_t i = at; i < at + size && i < data.size(); ++i)
-    value = value << 8 | data[i];
-  return value;
 }
 
 // ---- inquiry ----
@@ -149,13 +133,14 @@ void inquiry(Context &ctx, const Arguments &args) {
     page = parse_number(args.page.starts_with("0x") ? args.page.substr(2) : args.page, 16);
     if (!page || *page > 0xff) throw usage("\"" + args.page + "\" is no page", "give two hexadecimal digits");
   }
-  LunAddress address = find_lun(ctx.boards, args.lun);
+  const LunAddress address = find_lun(ctx.boards, args.lun);
   const std::string tried = "INQUIRY to " + address.text();
-  const Answer answer =
-      send(tried, address.board, std::vector<uint8_t>(page ? 1024 : 96), [&](auto... buffers) {
-        return SendScsiInquiry(static_cast<uint32_t>(address.board.number), &address.target, address.image,
-                               page ? 1 : 0, static_cast<uint32_t>(page.value_or(0)), buffers...);
-      });
+  const uint32_t room = page ? 1024 : 96;
+  const ScsiResult answer =
+      send_command(tried, address,
+                   {0x12, page ? uint8_t{1} : uint8_t{0}, static_cast<uint8_t>(page.value_or(0)),
+                    static_cast<uint8_t>(room >> 8), static_cast<uint8_t>(room), 0},
+                   room, {}, 0);
   Record record(schema);
   record.add_address(address);
   record.add("page", "PAGE", Kind::hex, or_null(page));
@@ -171,26 +156,36 @@ void inquiry(Context &ctx, const Arguments &args) {
 void capacity(Context &ctx, const Arguments &args) {
   static constexpr Schema schema{"hcxadm.scsi.capacity", 1, 0};
   ctx.document(schema);
-  LunAddress address = find_lun(ctx.boards, args.lun);
+  const LunAddress address = find_lun(ctx.boards, args.lun);
   const std::string tried = "READ CAPACITY of " + address.text();
-  const Answer answer = send(tried, address.board, std::vector<uint8_t>(8), [&](auto... buffers) {
-    return SendReadCapacity(static_cast<uint32_t>(address.board.number), &address.target, address.image,
-                            buffers...);
-  });
+  const Capacity told = read_capacity(tried, address);
   Record record(schema);
   record.add_address(address);
-  const bool known = answer.data.size() == 8;
-  const uint64_t last = big_endian(answer.data, 0, 4);
-  const uint64_t size = big_endian(answer.data, 4, 4);
-  // All ones: more blocks than 32 bits can count.
-  const bool countable = known && last != 0xffffffff;
-  record.add("blocks", "BLOCKS", Kind::number, countable ? Value(last + 1) : Value());
-  record.add("block_size", "BLOCK SIZE(bytes)", Kind::number, known ? Value(size) : Value());
-  record.add("bytes", "CAPACITY", Kind::size, countable ? Value((last + 1) * size) : Value());
-  record.show(ctx, answer, tried, address.board);
+  record.add("blocks", "BLOCKS", Kind::number, or_null(told.blocks));
+  record.add("block_size", "BLOCK SIZE(bytes)", Kind::number, or_null(told.block_size));
+  record.add("bytes", "CAPACITY", Kind::size,
+             told.blocks && told.block_size ? Value(*told.blocks * *told.block_size) : Value());
+  record.show(ctx, told.answer, tried, address.board);
 }
 
 // ---- luns ----
+
+constexpr size_t max_luns = 16384;
+
+// The library's own call: it makes the list itself where there is no LUN 0 to ask.
+ScsiResult report_luns(const std::string &tried, const Board &board, HBA_WWN target) {
+  ScsiResult answer;
+  answer.data.resize(8 + 8 * max_luns);
+  answer.sense.resize(sense_room);
+  uint32_t data_size = static_cast<uint32_t>(answer.data.size());
+  uint32_t sense_size = static_cast<uint32_t>(answer.sense.size());
+  const uint32_t result = SendReportLUNs(static_cast<uint32_t>(board.number), &target, answer.data.data(),
+                                         &data_size, answer.sense.data(), &sense_size);
+  if (result != 0) throw call_failure(Family::scsi, result, tried, board.name());
+  answer.data.resize(std::min<size_t>(data_size, answer.data.size()));
+  answer.sense.resize(std::min<size_t>(sense_size, answer.sense.size()));
+  return answer;
+}
 
 void luns(Context &ctx, const Arguments &args) {
   static constexpr Schema schema{"hcxadm.scsi.luns", 1, 0};
@@ -198,17 +193,15 @@ void luns(Context &ctx, const Arguments &args) {
   const Board board = ctx.boards.find(args.lun.board);
   Port port = find_port(ctx.boards, board, args.lun.target);
   const std::string tried = "REPORT LUNS to " + wwn_text(port.wwpn.wwn);
-  const Answer answer = send(tried, board, std::vector<uint8_t>(8 + 8 * 16384), [&](auto... buffers) {
-    return SendReportLUNs(static_cast<uint32_t>(board.number), &port.wwpn, buffers...);
-  });
-  const size_t end = std::min<size_t>(answer.data.size(), 8 + big_endian(answer.data, 0, 4));
+  const ScsiResult answer = report_luns(tried, board, port.wwpn);
+  const uint64_t end = 8 + big_endian(answer.data, 0, 4);
   Table table{schema,
               {{"board", "BOARD", Kind::number, In::rows},
                {"target_wwpn", "TARGET WWPN", Kind::text, In::rows},
                {"lun", "LUN", Kind::number, In::rows},
                {"fcp_lun", "FCP LUN", Kind::text, In::rows}},
               {}};
-  for (size_t at = 8; at + 8 <= end; at += 8) {
+  for (size_t at = 8; at + 8 <= std::min<uint64_t>(end, answer.data.size()); at += 8) {
     uint64_t number = 0;
     for (size_t level = 0; level < 4; ++level)
       number |= big_endian(answer.data, at + 2 * level, 2) << (16 * level);
@@ -217,12 +210,15 @@ void luns(Context &ctx, const Arguments &args) {
     table.rows.push_back({board.number, wwn_value(port.wwpn.wwn), number, "0x" + hex_string(image)});
   }
   ctx.show(table);
-  if (const std::string sense = sense_text(answer.sense); !sense.empty())
+  report_end(ctx, answer, tried, board);
+  if (answer.sense.empty() && end > answer.data.size())
     ctx.report({.status = kFailed,
                 .tried = tried,
                 .board = board.name(),
                 .code = {},
-                .name = "check condition: " + sense,
+                .name = answer.data.size() < 8 ? "no answer"
+                                               : "only the first " + std::to_string(table.rows.size()) +
+                                                     " LUNs of a longer list came",
                 .todo = {}});
 }
 
@@ -235,19 +231,60 @@ void check_range(const Arguments &args) {
     throw usage(std::to_string(args.blocks) + " blocks at once", "1 to 65535 are possible");
 }
 
+// READ and WRITE count the device's blocks, whose size is not in them.
+void check_block_size(const std::string &tried, const LunAddress &address) {
+  const Capacity told = read_capacity(tried, address);
+  if (told.block_size == block_size) return;
+  const std::string sense = sense_text(told.answer.sense);
+  throw Failure(
+      {.status = told.block_size ? kNotSupported : kFailed,
+       .tried = tried,
+       .board = address.board.name(),
+       .code = {},
+       .name = told.block_size
+                   ? "the LUN has blocks of " + std::to_string(*told.block_size) + " bytes, not 512"
+                   : "the LUN does not tell the size of its blocks" + (sense.empty() ? sense : ": " + sense),
+       .todo = "use \"hcxadm scsi cdb\""});
+}
+
+std::vector<uint8_t> block_command(uint8_t opcode, uint64_t block, size_t blocks) {
+  return {opcode,
+          0,
+          static_cast<uint8_t>(block >> 24),
+          static_cast<uint8_t>(block >> 16),
+          static_cast<uint8_t>(block >> 8),
+          static_cast<uint8_t>(block),
+          0,
+          static_cast<uint8_t>(blocks >> 8),
+          static_cast<uint8_t>(blocks),
+          0};
+}
+
+// Good status, but not all bytes.
+void report_short(Context &ctx, const ScsiResult &result, size_t wanted, const std::string &tried,
+                  const Board &board) {
+  if (result.status != 0 || result.moved == wanted) return;
+  ctx.report({.status = kFailed,
+              .tried = tried,
+              .board = board.name(),
+              .code = {},
+              .name = "only " + std::to_string(result.moved) + " of " + std::to_string(wanted) +
+                      " bytes were transferred",
+              .todo = {}});
+}
+
 void read(Context &ctx, const Arguments &args) {
   static constexpr Schema schema{"hcxadm.scsi.read", 1, 0};
   ctx.document(schema);
   check_range(args);
-  LunAddress address = find_lun(ctx.boards, args.lun);
+  const LunAddress address = find_lun(ctx.boards, args.lun);
   const std::string tried = "READ of " + address.text();
-  const Answer answer =
-      send(tried, address.board, std::vector<uint8_t>(args.blocks * block_size), [&](auto... buffers) {
-        return SendScsiRead(static_cast<uint32_t>(address.board.number), &address.target, address.image,
-                            static_cast<uint32_t>(args.block), buffers...);
-      });
+  const size_t wanted = args.blocks * block_size;
+  check_block_size(tried, address);
+  const ScsiResult answer = send_command(tried, address, block_command(0x28, args.block, args.blocks),
+                                         static_cast<uint32_t>(wanted), {}, 0);
   const bool to_file = !args.file.empty();
-  if (to_file && answer.sense.empty()) {
+  if (to_file && answer.status == 0 && answer.moved == wanted) {
     std::ofstream file(args.file, std::ios::binary | std::ios::trunc);
     file.write(reinterpret_cast<const char *>(answer.data.data()),
                static_cast<std::streamsize>(answer.data.size()));
@@ -257,8 +294,9 @@ void read(Context &ctx, const Arguments &args) {
   Record record(schema);
   record.add_address(address);
   record.add("block", "BLOCK", Kind::number, args.block);
-  record.add("bytes", "BYTES", Kind::number, answer.data.size());
+  record.add("bytes", "BYTES", Kind::number, answer.moved);
   record.show(ctx, answer, tried, address.board, !to_file);
+  report_short(ctx, answer, wanted, tried, address.board);
 }
 
 std::vector<uint8_t> file_bytes(const std::string &name) {
@@ -282,22 +320,22 @@ void write(Context &ctx, const Arguments &args) {
   if (data.empty() || data.size() % block_size != 0 || data.size() > max_blocks * block_size)
     throw usage(args.file + " is not 1 to 65535 whole blocks of 512 bytes", "pad or split the file");
   check_range(args);
-  LunAddress address = find_lun(ctx.boards, args.lun);
-  const size_t count = data.size() / block_size;
+  const LunAddress address = find_lun(ctx.boards, args.lun);
+  const size_t wanted = data.size(), count = wanted / block_size;
   if (!ctx.confirm("overwrite " + std::to_string(count) + (count == 1 ? " block" : " blocks") +
                    " from block " + std::to_string(args.block) + " on of " + address.text() + " on " +
                    address.board.name() + (address.device ? ", " + *address.device : "")))
     return;
   const std::string tried = "WRITE to " + address.text();
-  const Answer answer = send(tried, address.board, std::move(data), [&](auto... buffers) {
-    return SendScsiWrite(static_cast<uint32_t>(address.board.number), &address.target, address.image,
-                         static_cast<uint32_t>(args.block), buffers...);
-  });
+  check_block_size(tried, address);
+  const ScsiResult answer =
+      send_command(tried, address, block_command(0x2a, args.block, count), 0, std::move(data), 0);
   Record record(schema);
   record.add_address(address);
   record.add("block", "BLOCK", Kind::number, args.block);
-  record.add("bytes", "BYTES", Kind::number, answer.data.size());
+  record.add("bytes", "BYTES", Kind::number, answer.moved);
   record.show(ctx, answer, tried, address.board, false);
+  report_short(ctx, answer, wanted, tried, address.board);
 }
 
 // ---- any command ----
@@ -305,19 +343,6 @@ void write(Context &ctx, const Arguments &args) {
 // Operation codes that change nothing: of these nobody needs to be asked.
 constexpr uint8_t harmless[] = {0x00, 0x03, 0x08, 0x12, 0x1a, 0x25, 0x28, 0x37, 0x3c,
                                 0x4d, 0x5a, 0x5e, 0x88, 0x9e, 0xa0, 0xa3, 0xa8, 0xb7};
-
-// An FCP_CMND IU: LUN, CDB, direction and length.
-std::vector<uint8_t> command_unit(const LunAddress &address, const std::vector<uint8_t> &cdb, size_t out_size,
-                                  uint32_t in_size) {
-  std::vector<uint8_t> unit(32);
-  std::memcpy(unit.data(), &address.image, 8);
-  unit[11] = static_cast<uint8_t>((in_size ? 2 : 0) | (out_size ? 1 : 0));
-  std::copy(cdb.begin(), cdb.end(), unit.begin() + 12);
-  const uint64_t length = in_size ? in_size : out_size;
-  for (int i = 0; i < 4; ++i)
-    unit[28 + static_cast<size_t>(i)] = static_cast<uint8_t>(length >> (24 - 8 * i));
-  return unit;
-}
 
 std::vector<uint8_t> parse_bytes(const std::vector<std::string> &words) {
   std::vector<uint8_t> bytes;
@@ -330,78 +355,25 @@ std::vector<uint8_t> parse_bytes(const std::vector<std::string> &words) {
   return bytes;
 }
 
-const char *status_text(uint8_t status) {
-  switch (status) {
-    case 0x00:
-      return "good";
-    case 0x02:
-      return "check condition";
-    case 0x08:
-      return "busy";
-    case 0x18:
-      return "reservation conflict";
-    case 0x28:
-      return "task set full";
-    case 0x30:
-      return "ACA active";
-    case 0x40:
-      return "task aborted";
-    default:
-      return "unknown";
-  }
-}
-
-// The parts of an FCP_RSP IU.
-void read_response(const std::vector<uint8_t> &response, uint8_t &status, std::vector<uint8_t> &sense) {
-  if (response.size() < 24) return;
-  status = response[11];
-  const size_t at = 24 + (response[10] & 1 ? big_endian(response, 20, 4) : 0);
-  const size_t length = response[10] & 2 ? big_endian(response, 16, 4) : 0;
-  if (at > response.size()) return;
-  const size_t end = at + std::min(length, response.size() - at);
-  sense.assign(response.begin() + static_cast<ptrdiff_t>(at), response.begin() + static_cast<ptrdiff_t>(end));
-}
-
 void cdb(Context &ctx, const Arguments &args) {
   static constexpr Schema schema{"hcxadm.scsi.cdb", 1, 0};
   ctx.document(schema);
   const std::vector<uint8_t> bytes = parse_bytes(args.bytes);
-  std::vector<uint8_t> data = args.file.empty() ? std::vector<uint8_t>(args.in_size) : file_bytes(args.file);
   const bool sends = !args.file.empty();
+  std::vector<uint8_t> data = sends ? file_bytes(args.file) : std::vector<uint8_t>();
   if (sends && args.in_size) throw usage("data in both directions", "give --in or --out");
-  LunAddress address = find_lun(ctx.boards, args.lun);
+  const LunAddress address = find_lun(ctx.boards, args.lun);
   const std::string tried = "command " + hex_string({bytes[0]}) + " to " + address.text();
   const bool safe =
       !sends && std::find(std::begin(harmless), std::end(harmless), bytes[0]) != std::end(harmless);
   if (!safe && !ctx.confirm("send " + tried + " on " + address.board.name())) return;
-
-  std::vector<uint8_t> unit = command_unit(address, bytes, sends ? data.size() : 0, args.in_size);
-  std::vector<uint8_t> response(24 + sense_room);
-  uint32_t data_size = static_cast<uint32_t>(data.size());
-  uint32_t response_size = static_cast<uint32_t>(response.size());
-  const uint32_t result = SendFcpCmdEx(static_cast<uint32_t>(address.board.number), &address.target,
-                                       unit.data(), static_cast<uint32_t>(unit.size()), data.data(),
-                                       &data_size, response.data(), &response_size, args.timeout);
-  if (result != 0) throw call_failure(Family::scsi, result, tried, address.board.name());
-  response.resize(std::min<size_t>(response_size, response.size()));
-  Answer answer;
-  uint8_t status = 0;
-  read_response(response, status, answer.sense);
-  if (!sends)
-    answer.data.assign(data.begin(), data.begin() + std::min<ptrdiff_t>(data_size, std::ssize(data)));
+  const ScsiResult answer = send_command(tried, address, bytes, args.in_size, std::move(data), args.timeout);
   Record record(schema);
   record.add_address(address);
   record.add("cdb", "CDB", Kind::text, hex_string(bytes));
-  record.add("status", "STATUS", Kind::text, status_text(status));
-  record.add("bytes", "BYTES", Kind::number, data_size);
+  record.add("status", "STATUS", Kind::text, scsi_status_name(answer.status));
+  record.add("bytes", "BYTES", Kind::number, answer.moved);
   record.show(ctx, answer, tried, address.board);
-  if (status != 0 && answer.sense.empty())
-    ctx.report({.status = status == 0x08 || status == 0x28 ? kBusy : kFailed,
-                .tried = tried,
-                .board = address.board.name(),
-                .code = status,
-                .name = status_text(status),
-                .todo = {}});
 }
 
 void add_address(CLI::App &verb, LunName &name, bool with_lun = true) {

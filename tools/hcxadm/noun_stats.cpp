@@ -100,6 +100,16 @@ std::optional<Sample> try_sample(Context &ctx, const Board &board) {
   }
 }
 
+bool try_reset(Context &ctx, const Board &board) {
+  try {
+    reset_statistics(board);
+    return true;
+  } catch (const Failure &failure) {
+    ctx.report(failure.problem());
+    return false;
+  }
+}
+
 // On a terminal each block has its header, as a page may have gone by; a program gets one header at the start.
 void show_growth(Context &ctx, const Table &table, bool first) {
   if (first || ctx.json() || ctx.terminal.out || ctx.format == Format::table) return ctx.show(table);
@@ -159,10 +169,8 @@ void stats(Context &ctx, const Arguments &args) {
                    .code = {},
                    .name = {},
                    .todo = "give --watch SECONDS as well"});
-  const std::vector<Board> boards = ctx.boards.select(args.board);
-  if (args.reset)
-    for (const Board &board : boards)
-      reset_statistics(board);
+  std::vector<Board> boards = ctx.boards.select(args.board);
+  if (args.reset) std::erase_if(boards, [&](const Board &board) { return !try_reset(ctx, board); });
   if (args.watch > 0) return watch(ctx, args, boards);
   std::vector<std::pair<Board, Sample>> samples;
   for (const Board &board : boards)

@@ -33,10 +33,13 @@ const std::array<Counter, counter_count> counters = {{
 
 namespace {
 
-// A zero may be the library's stand-in for a counter that the kernel does not show.
-bool shown_by_kernel(const Board &board, const Counter &counter) {
+// A zero may be the library's stand-in for a counter that the kernel does not show and, after a reset, the difference of
+// two marks of a counter that is not kept.
+bool kept_by_kernel(const Board &board, const Counter &counter) {
   if (sysfs_ver < LK2_6_12) return true;  // one block with all of them
-  return hcx_sysfs_test_file((board.fc_host_dir() + "statistics/").c_str(), counter.file) == 1;
+  const std::optional<uint64_t> value =
+      number_attribute(board.fc_host_dir() + "statistics/", counter.file, 16);
+  return value && *value != UINT64_MAX;
 }
 
 }  // namespace
@@ -64,7 +67,7 @@ Sample read_statistics(const Board &board) {
   Sample sample;
   for (size_t i = 0; i < counter_count; ++i) {
     const bool kept = values[i] != -1;
-    if (kept && (values[i] != 0 || shown_by_kernel(board, counters[i])))
+    if (kept && (values[i] != 0 || kept_by_kernel(board, counters[i])))
       sample[i] = static_cast<uint64_t>(values[i]);
   }
   return sample;
