@@ -339,6 +339,27 @@ TEST_F(EventTest, ConcurrencyStartAndStop) {
   EXPECT_EQ(m.netlink().sockets(), 0u);
 }
 
+// The link bounces while the request that makes it do so is still being written. Delivery rescans the host, which needs
+// the lock that a parameter's change holds for reading.
+TEST_F(EventTest, ConcurrencyResetsBringLinkEvents) {
+  alarm(100);
+  ASSERT_EQ(net_link_init(), 0);
+  ASSERT_NE(add(0, 0x1, reinterpret_cast<Callback>(on_link)), 0u);
+  const auto bounce = [&](const std::string &) {
+    m.events().link_down(*three);
+    m.events().link_up(*three);
+    return 0;
+  };
+  for (const char *name : {"issue_reset", "vosk_topology"})
+    m.vfs().on_write(three->scsi_dir() + name, bounce);
+  for (size_t round = 1; round <= 10; ++round) {
+    EXPECT_EQ(HCX_ResetAdapter(0, 2), 0u);
+    EXPECT_EQ(SetCfgParam(0, 4, 1), 0u);
+    ASSERT_EQ(calls.wait(4 * round).size(), 4 * round);
+  }
+  alarm(0);
+}
+
 std::atomic<uint32_t> temperatures{0};
 
 TEST_F(EventTest, ConcurrencyStress) {
