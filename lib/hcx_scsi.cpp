@@ -127,7 +127,10 @@ LunNode node_of(hcx_lun *lun) {
 
 uint32_t find_board_lun(const char *caller, uint32_t board, const HBA_WWN *wwpn, uint64_t lun_id,
                         LunNode &node) {
-  if (!wwpn) return kScsiFailed;
+  if (!wwpn) {
+    libhcx_syslog(LOG_ERROR, "%s - no port name for board %d", caller, board);
+    return kScsiFailed;
+  }
   HostRef held;
   hcx_lun *lun = hcx_search_lun(board, wwpn, lun_id, held);
   if (!lun) {
@@ -143,7 +146,10 @@ uint32_t find_board_lun(const char *caller, uint32_t board, const HBA_WWN *wwpn,
 }
 
 uint32_t find_target(const char *caller, HBA_WWN *lwwpn, HBA_WWN *rwwpn, ScsiTarget &target) {
-  if (!lwwpn || !rwwpn) return kScsiFailed;
+  if (!lwwpn || !rwwpn) {
+    libhcx_syslog(LOG_ERROR, "%s - no %s port name", caller, lwwpn ? "remote" : "local");
+    return kScsiFailed;
+  }
   target.host_id = hcx_get_host_id(lwwpn);
   if (target.host_id < 0) {
     libhcx_syslog(LOG_ERROR, "%s - no host on lwwpn x%02x%02x%02x%02x%02x%02x%02x%02x", caller,

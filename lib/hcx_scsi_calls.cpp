@@ -126,7 +126,10 @@ extern "C" uint32_t SendReadCapacity(uint32_t board, HBA_WWN *wwpn, uint64_t lun
 extern "C" uint32_t SendReportLUNs(uint32_t board, HBA_WWN *wwpn, void *data_buff, uint32_t *data_size,
                                    void *sense_buff, uint32_t *sense_size) {
   HCX_TRACE();
-  if (!wwpn) return kScsiFailed;
+  if (!wwpn) {
+    HCX_LOG(LOG_ERROR, "no port name for board %d", board);
+    return kScsiFailed;
+  }
   const ScsiBuffers buffers = {data_buff, data_size, sense_buff, sense_size};
   HostRef held;
   if (hcx_lun *lun = hcx::hcx_search_lun(board, wwpn, 0, held)) {
@@ -134,7 +137,10 @@ extern "C" uint32_t SendReportLUNs(uint32_t board, HBA_WWN *wwpn, void *data_buf
     held.drop();
     return send_report_luns(node.c_str(), buffers);
   }
-  if (buffers.room() < kReportLunsEntry) return kScsiFailed;
+  if (buffers.room() < kReportLunsEntry) {
+    HCX_LOG(LOG_ERROR, "data_size %d less than %d", buffers.room(), kReportLunsEntry);
+    return kScsiFailed;
+  }
   return build_from_inventory(__func__, board, wwpn, buffers) ? kScsiSent : kScsiFailed;
 }
 

@@ -81,7 +81,10 @@ extern "C" uint32_t HCX_SendReportLUNsByWWN(uint32_t /*board*/, HBA_WWN *lwwpn, 
   HCX_LOG(LOG_SCSI,
           "get lun file name failed on host_id %d target_id %d constructing our own report luns reponse",
           target.host_id, target.target_id);
-  if (buffers.room() < kReportLunsEntry) return kScsiFailed;
+  if (buffers.room() < kReportLunsEntry) {
+    HCX_LOG(LOG_ERROR, "data_size %d less than %d", buffers.room(), kReportLunsEntry);
+    return kScsiFailed;
+  }
   if (build_from_sysfs(target, buffers) == 0) return kScsiSent;
   HCX_LOG(LOG_ERROR, "cannot list %s for host_id %d target_id %d", kScsiDeviceDir, target.host_id,
           target.target_id);

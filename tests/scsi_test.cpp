@@ -340,6 +340,7 @@ TEST_F(Scsi, ReportLunsIsMadeUpWithoutLunZero) {
   }
   EXPECT_TRUE(m.requests().empty());
   EXPECT_EQ(SendReportLUNs(0, &nobody, data, &data_size, sense, &sense_size), 1u);
+  EXPECT_TRUE(m.logged("HCX_SendReportLUNsByWWN - data_size 7 less than 8"));
   EXPECT_TRUE(m.logged("SendReportLUNs - no port on board 0 wwpn x5006016000ffffff"));
   EXPECT_EQ(SendReportLUNs(4, &remote, data, &data_size, sense, &sense_size), 1u);
   EXPECT_TRUE(m.logged("SendReportLUNs - no host on board 4"));
