@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "hcx_netlink.h"
 #include "libhcx.h"
 
 using namespace hcx;
@@ -114,6 +115,18 @@ void free_inventory() {
   free_retired_records();
 }
 
+// Keeps the inventory where a callback that has not returned can go on using it, and nobody else finds it.
+void leave_inventory() {
+  static hcx_host *left;
+  for (hcx_host **end = &left;; end = &(*end)->next) {
+    if (*end) continue;
+    *end = hcx_host_list;
+    break;
+  }
+  hcx_host_list = nullptr;
+  hcx_host_count = 0;
+}
+
 void copy_record(brdinfo *to, const hcx_brdinfo &from) {
   to->a_mem_hi = from.a_mem_hi;
   to->a_mem_low = from.a_mem_low;
@@ -195,7 +208,11 @@ uint32_t HCX_FreeDiagEnv(void) {
   HCX_TRACE();
   // The listener walks the hosts, so it goes first.
   net_link_exit();
-  free_inventory();
+  if (listeners_left_behind() == 0) {
+    free_inventory();
+  } else {
+    leave_inventory();
+  }
   HCX_LOG(LOG_ADMIN, "pid %d Finished", getpid());
   libhcx_syslog_unlink();
   if (global_fcfd != -1) {

@@ -322,7 +322,7 @@ typedef void (*hcx_dump_callback)(uint32_t board, void *out, uint32_t outsz);
 typedef void (*hcx_temperature_callback)(uint32_t board, uint32_t data1, uint32_t data2);
 /* payload: the RSCN (FC-LS) as far as the registration's outsz goes; both lengths are that of it. */
 typedef void (*hcx_rscn_callback)(uint32_t board, void *payload, uint32_t length, uint32_t same_length);
-/* The same for a virtual port of the board, with its port name. */
+/* The same for a virtual port of the board, with its port name (all zero when it has just gone). */
 typedef void (*hcx_vport_rscn_callback)(uint32_t board, HBA_WWN wwpn, void *payload, uint32_t length);
 /* A CT request that came in (FC-GS), length bytes of it. tag: what SendMgmtResponse() answers it by. */
 typedef void (*hcx_ct_callback)(uint32_t board, void *request, uint32_t length, uint32_t tag,

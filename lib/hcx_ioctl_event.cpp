@@ -236,6 +236,7 @@ uint32_t RegisterForCTEvents(uint32_t board, uint16_t gstype, void (*func)(), vo
 }
 
 uint32_t unRegOnId(uint32_t board, uint32_t id) {
+  if (board >= kEventBoards) return 0;
   Removed removed;
   {
     const EventLock lock;

@@ -101,7 +101,11 @@ uint32_t register_on_board(uint32_t board, RegEvent wanted) {
       libhcx_syslog(LOG_ERROR, "%s - ppid %d board %d not found", kCaller, getpid(), static_cast<int>(board));
       return 0;
     }
-    if (!prepare_child(host.get(), board, wanted, &child)) return 0;
+    if (!prepare_child(host.get(), board, wanted, &child)) {
+      libhcx_syslog(LOG_ERROR, "%s - ppid %d board %d: the driver announces no CT requests", kCaller,
+                    getpid(), static_cast<int>(board));
+      return 0;
+    }
   }
   if (!allocate_output(wanted.e_mask, wanted.e_outsz, &wanted.e_out)) {
     libhcx_syslog(LOG_ERROR, "%s - ppid %d out of memory", kCaller, getpid());

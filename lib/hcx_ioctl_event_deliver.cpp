@@ -129,9 +129,7 @@ void call_link(const Lent &lent, uint8_t state) {
 
 void call_rscn(const Lent &lent) {
   const uint32_t length = std::min(lent.event->data_len, lent.record.e_outsz);
-  const bool virtual_port =
-      std::any_of(lent.event->wwpn.wwn, lent.event->wwpn.wwn + 8, [](uint8_t byte) { return byte != 0; });
-  if (virtual_port) {
+  if (lent.event->data == VOSK_NL_EVENT_VPORT_RSCN) {
     as<hcx_vport_rscn_callback>(lent)(lent.board, lent.event->wwpn, lent.event->data_buffer, length);
   } else {
     as<hcx_rscn_callback>(lent)(lent.board, lent.event->data_buffer, length, length);
@@ -155,7 +153,7 @@ void dispatch(const Lent &lent) {
 
 void deliver_events() {
   uint32_t cursor = 0;
-  for (Lent lent; borrow_next(&cursor, &lent); lent = {}) {
+  for (Lent lent; !listener_stopping() && borrow_next(&cursor, &lent); lent = {}) {
     dispatch(lent);
     lent.event->next = nullptr;
     give_back(&lent);
@@ -166,7 +164,7 @@ void deliver_events() {
 // the driver.
 void deliver_ct(uint32_t board, uint32_t id) {
   bool any = false;
-  for (int retry = 0; retry < kCtRetries;) {
+  for (int retry = 0; retry < kCtRetries && !listener_stopping();) {
     Lent lent;
     if (!borrow(board, id, &lent)) return;
     uint32_t tag = 0, type = 0;
@@ -241,6 +239,13 @@ void sweep_ct(int sig) {
   }
 }
 
+// What a listener that stops has left is delivered by the next one, or without one at the next event_safe_point().
+void leave_the_rest() {
+  ct_due = true;
+  sweep_due = true;
+  if (!on_listener()) signal_listener();
+}
+
 void sweep(int sig, bool ct) {
   if (!begin(&hcx_eh_busy, &hcx_miss_sig)) {
     if (ct) ct_due = true;
@@ -252,6 +257,7 @@ void sweep(int sig, bool ct) {
     if (ct || ct_due.exchange(false)) sweep_ct(sig);
     ct = false;
   } while (missed_since(&hcx_eh_busy, &hcx_miss_sig));
+  if (listener_stopping()) leave_the_rest();
 }
 
 }  // namespace
@@ -267,7 +273,7 @@ void request_sweep(bool ct) {
 
 void event_safe_point() {
   if (listener_runs() && !on_listener()) return;
-  while (sweep_due.exchange(false))
+  while (!listener_stopping() && sweep_due.exchange(false))
     sweep(SIGUSR1, false);
 }
 
@@ -289,6 +295,7 @@ void resume_event_delivery() {
 }  // namespace hcx
 
 void EventHandler(int sig) {
+  install_event_signal(EventHandler, SA_RESTART);
   if (may_be_in_signal_handler()) {
     take_signal();
   } else {
@@ -297,6 +304,7 @@ void EventHandler(int sig) {
 }
 
 void EventHandlerBSG(int sig) {
+  install_event_signal(EventHandlerBSG, SA_RESTART);
   if (may_be_in_signal_handler()) {
     take_signal();
   } else {

@@ -119,6 +119,7 @@ uint32_t board_of(uint32_t host_no, Delivery *delivery) {
     host = HostRef(hcx_vport_to_physical_host(host_no));
     if (host) {
       delivery->mask = FC_REG_VPORTRSCN_EVENT;
+      delivery->event.data = VOSK_NL_EVENT_VPORT_RSCN;
       hcx_get_wwpn(host_no, &delivery->event.wwpn);
     }
   }

@@ -64,7 +64,7 @@ void post_fc_event(uint32_t host_no, uint32_t seq_num, uint32_t event_code, uint
 uint32_t GetEventBuffer(uint32_t board, HBA_EVENTINFO *eventbuffer, uint32_t *eventcount) {
   HCX_TRACE();
   event_safe_point();
-  if (!eventbuffer || !eventcount) return HBA_STATUS_ERROR;
+  if (!eventbuffer || !eventcount) return HBA_STATUS_ERROR_ARG;
   HostRef host = board_host(board);
   if (!host) {
     HCX_LOG(LOG_ERROR, "no host on board %d", static_cast<int>(board));

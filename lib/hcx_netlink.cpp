@@ -16,6 +16,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <new>
+#include <utility>
 
 #include "hcx_ioctl_event.h"
 #include "hcx_signal.h"
@@ -33,6 +35,7 @@ namespace {
 
 constexpr uint32_t kAllGroups = 0xffffffff;
 constexpr uint64_t kRetryDelay = 1000;  // microseconds
+constexpr int kPatience = 10000;        // milliseconds
 // Datagrams between two deliveries: a storm must not keep the callbacks waiting.
 constexpr int kBatch = 64;
 constexpr size_t kDataOffset = offsetof(fc_nl_event, event_data);
@@ -48,9 +51,17 @@ std::atomic<pid_t> listener_process{0};
 std::atomic<pid_t> listener_thread{0};
 std::atomic<uint32_t> overruns{0};
 
-// Set by a callback that stops the library: the listener cannot join itself, so it ends on its own, with the
-// socket in its care.
-thread_local bool abandoned = false;
+// One listener from its start to its end. Whoever stops it releases this and the socket. A listener that stops itself
+// (leaving), or that could not be waited for any longer (abandoned), does so when it ends.
+struct Listener {
+  enum State { listening, ended, leaving, abandoned };
+  nl_handle *handle;
+  std::atomic<State> state{listening};
+};
+Listener *current = nullptr;
+// The listener that the calling thread is.
+thread_local Listener *self = nullptr;
+std::atomic<int> left_behind{0};
 
 std::atomic_ref<int> running(thread_context *context) {
   return std::atomic_ref<int>(context->thread_running);
@@ -62,6 +73,31 @@ sigset_t event_signal() {
   sigaddset(&set, SIGUSR1);
   return set;
 }
+
+void release(Listener *listener) {
+  sysio::machine().netlink_close(listener->handle);
+  sysio::machine().netlink_free(listener->handle);
+  delete listener;
+}
+
+// The last act of a listener, also when its handler of the signal ends it.
+struct Ending {
+  Listener *listener;
+  explicit Ending(Listener *of) : listener(of) { self = of; }
+  Ending(const Ending &) = delete;
+  Ending &operator=(const Ending &) = delete;
+  ~Ending() {
+    self = nullptr;
+    nl_handle *handle = listener->handle;
+    const Listener::State state = listener->state.exchange(Listener::ended);
+    if (state == Listener::listening) {
+      sysio::machine().netlink_done(handle);
+    } else {
+      release(listener);
+      if (state == Listener::abandoned) --left_behind;
+    }
+  }
+};
 
 // An event whose record has been received whole.
 void take_event(const fc_nl_event &event, const uint8_t *data, size_t length) {
@@ -84,7 +120,7 @@ void take_event(const fc_nl_event &event, const uint8_t *data, size_t length) {
   if (!find_netlink_mmm(static_cast<int>(event.event_code), static_cast<int>(event.event_data))) return;
   post_fc_event(event.host_no, event.event_num, event.event_code, event.event_data);
   // A copy, because the data need not be aligned in the datagram, and the interface takes words.
-  uint32_t words[16];
+  uint32_t words[16] = {};
   const HeapArray<uint32_t> more = length > sizeof words ? heap_array<uint32_t>(length / 4 + 1) : nullptr;
   uint32_t *copy = more ? more.get() : words;
   if (!more && length > sizeof words) {
@@ -134,29 +170,8 @@ void take_message(const nlmsghdr *message) {
   }
 }
 
-void take_datagram(const sysio::Datagram &datagram, size_t size) {
-  if (datagram.sender != 0) {
-    libhcx_syslog(LOG_ERROR, "%s - pid %d message from port %u, not the kernel, dropped", kCaller, getpid(),
-                  datagram.sender);
-    return;
-  }
-  size_t at = 0;
-  while (size - at >= sizeof(nlmsghdr)) {
-    nlmsghdr header;
-    memcpy(&header, datagram.bytes + at, sizeof header);
-    if (header.nlmsg_len < sizeof header || header.nlmsg_len > size - at) break;
-    take_message(reinterpret_cast<const nlmsghdr *>(datagram.bytes + at));
-    const size_t step = NLMSG_ALIGN(size_t{header.nlmsg_len});
-    at = step < size - at ? at + step : size;
-  }
-  if (at < size) {
-    libhcx_syslog(LOG_ERROR, "%s - pid %d %d bytes behind the last whole message dropped", kCaller, getpid(),
-                  static_cast<int>(size - at));
-  }
-}
-
-void report_failed_receive(thread_context *context, ssize_t result) {
-  if (running(context) > 0) {
+void report_failed_receive(ssize_t result) {
+  if (!listener_stopping()) {
     libhcx_syslog(LOG_ERROR, "%s - pid %d Netlink event nl_recv failed\t0x%x", kCaller, getpid(),
                   static_cast<unsigned>(result));
   }
@@ -167,14 +182,14 @@ void report_failed_receive(thread_context *context, ssize_t result) {
 }
 
 // Takes what has come, at most one batch.
-void receive_batch(thread_context *context, nl_handle *handle) {
-  for (int i = 0; i < kBatch && !abandoned && running(context) >= 0; ++i) {
+void receive_batch(nl_handle *handle) {
+  for (int i = 0; i < kBatch && !listener_stopping(); ++i) {
     sysio::Datagram datagram;
     const ssize_t size = sysio::machine().netlink_receive(handle, &datagram);
-    if (size > 0) take_datagram(datagram, static_cast<size_t>(size));
+    if (size > 0) take_netlink_datagram(datagram, static_cast<size_t>(size));
     free(datagram.bytes);
     if (size > 0) continue;
-    if (size != -EAGAIN) report_failed_receive(context, size);
+    if (size != -EAGAIN) report_failed_receive(size);
     return;
   }
 }
@@ -187,31 +202,54 @@ void deliver() {
   event_safe_point();
 }
 
-void listen(thread_context *context, nl_handle *handle) {
+void listen(nl_handle *handle) {
   sigset_t waiting;
   const sigset_t event = event_signal();
   pthread_sigmask(SIG_BLOCK, &event, &waiting);
   sigdelset(&waiting, SIGUSR1);
-  while (!abandoned && running(context) >= 0) {
+  while (!listener_stopping()) {
     const int rc = sysio::machine().netlink_wait(handle, &waiting);
-    if (abandoned || running(context) < 0) return;
+    if (listener_stopping()) return;
     if (rc > 0) {
-      receive_batch(context, handle);
+      receive_batch(handle);
     } else if (rc < 0 && rc != -EINTR) {
-      report_failed_receive(context, rc);
+      report_failed_receive(rc);
     }
     deliver();
   }
 }
 
-// Where the listener was stopped by one of its own callbacks there is nobody else to release the socket.
-void release_socket(nl_handle *handle) {
-  sysio::machine().netlink_close(handle);
-  sysio::machine().netlink_free(handle);
+void close_socket() {
+  sysio::machine().netlink_close(ctxt.handle);
+  sysio::machine().netlink_free(ctxt.handle);
+  ctxt.handle = nullptr;
+}
+
+// Waits for the end of a listener that was told to stop. A callback that does not come back, perhaps because it waits
+// for the very thread that is here, must not hold up the stop for ever: false when the listener was left to itself.
+bool wait_for_listener() {
+  Listener::State expected = Listener::listening;
+  if (!sysio::machine().netlink_wait_done(ctxt.handle, listener_patience)) {
+    ++left_behind;
+    if (current->state.compare_exchange_strong(expected, Listener::abandoned)) {
+      libhcx_syslog(LOG_ERROR, "%s - pid %d the listener is left in a callback that does not return",
+                    "net_link_exit", getpid());
+      pthread_detach(ctxt.thread);
+      return false;
+    }
+    --left_behind;
+  }
+  pthread_join(ctxt.thread, nullptr);
+  return true;
 }
 
 bool start_thread() {
-  if (sem_init(&event_thread_init_done, 0, 0) != 0) return false;
+  current = new (std::nothrow) Listener{ctxt.handle};
+  if (!current) return false;
+  if (sem_init(&event_thread_init_done, 0, 0) != 0) {
+    delete std::exchange(current, nullptr);
+    return false;
+  }
   pthread_attr_init(&ctxt.pthread_custom_attr);
   running(&ctxt) = 1;
   // The thread is born with the signal blocked, so that it cannot be told to end before it listens.
@@ -224,12 +262,15 @@ bool start_thread() {
   running(&ctxt) = 0;
   pthread_attr_destroy(&ctxt.pthread_custom_attr);
   sem_destroy(&event_thread_init_done);
+  delete std::exchange(current, nullptr);
   return false;
 }
 
 }  // namespace
 
 namespace hcx {
+
+int listener_patience = kPatience;
 
 bool install_event_signal(void (*handler)(int), int flags) {
   struct sigaction action = {};
@@ -251,6 +292,35 @@ bool signal_listener() {
   return listener_runs() && tgkill(getpid(), listener_thread.load(), SIGUSR1) == 0;
 }
 
+bool listener_stopping() {
+  return self && (self->state.load() != Listener::listening || running(&ctxt) < 0);
+}
+
+int listeners_left_behind() {
+  return left_behind.load();
+}
+
+void take_netlink_datagram(const sysio::Datagram &datagram, size_t size) {
+  if (datagram.sender != 0) {
+    libhcx_syslog(LOG_ERROR, "%s - pid %d message from port %u, not the kernel, dropped", kCaller, getpid(),
+                  datagram.sender);
+    return;
+  }
+  size_t at = 0;
+  while (size - at >= sizeof(nlmsghdr)) {
+    nlmsghdr header;
+    memcpy(&header, datagram.bytes + at, sizeof header);
+    if (header.nlmsg_len < sizeof header || header.nlmsg_len > size - at) break;
+    take_message(reinterpret_cast<const nlmsghdr *>(datagram.bytes + at));
+    const size_t step = NLMSG_ALIGN(size_t{header.nlmsg_len});
+    at = step < size - at ? at + step : size;
+  }
+  if (at < size) {
+    libhcx_syslog(LOG_ERROR, "%s - pid %d %d bytes behind the last whole message dropped", kCaller, getpid(),
+                  static_cast<int>(size - at));
+  }
+}
+
 uint32_t netlink_overruns() {
   return overruns.load();
 }
@@ -264,12 +334,11 @@ void *wait_for_netlink_event(void *arg) {
     HCX_LOG(LOG_ERROR, "pid %d no arg", getpid());
     return nullptr;
   }
-  nl_handle *handle = context->handle;
+  const Ending ending(current);
   listener_process = getpid();
   listener_thread = gettid();
   sem_post(&event_thread_init_done);
-  listen(context, handle);
-  if (abandoned) release_socket(handle);
+  listen(context->handle);
   return nullptr;
 }
 
@@ -300,14 +369,12 @@ int net_link_init(void) {
   }
   if (!install_event_signal(s_handler, 0)) {
     HCX_LOG(LOG_ERROR, "pid %d Could not establish SIGUSR1 signal handler", getpid());
-    release_socket(ctxt.handle);
-    ctxt.handle = nullptr;
+    close_socket();
     return -1;
   }
   if (!start_thread()) {
     HCX_LOG(LOG_ERROR, "pid %d Could not create thread", getpid());
-    release_socket(ctxt.handle);
-    ctxt.handle = nullptr;
+    close_socket();
     return -1;
   }
   // Registrations outlive a stop; their handler then has to come back.
@@ -319,21 +386,24 @@ int net_link_init(void) {
 void net_link_exit(void) {
   HCX_TRACE();
   if (!ctxt.handle) return;
-  const bool self = on_listener();
+  const bool is_self = on_listener();
   const bool ours = listener_runs();
   running(&ctxt) = -1;
-  if (self) {
-    abandoned = true;
+  if (is_self) {
+    // From a callback: the listener cannot wait for itself. It ends when the callback returns.
+    self->state = Listener::leaving;
     pthread_detach(ctxt.thread);
   } else if (ours) {
     // The number of the socket must not be given to another file while the listener may still use it. So what
     // wakes the listener is its eventfd and the signal, and the socket is closed behind it.
     sysio::machine().netlink_wake(ctxt.handle);
     signal_listener();
-    pthread_join(ctxt.thread, nullptr);
-  }  // else: a forked copy of the process, which has the socket but no thread
+    if (wait_for_listener()) release(current);
+  } else {
+    release(current);  // in a forked copy of the process, which has the socket but no thread
+  }
   listener_thread = 0;
-  if (!self) release_socket(ctxt.handle);
+  current = nullptr;
   pthread_attr_destroy(&ctxt.pthread_custom_attr);
   sem_destroy(&event_thread_init_done);
   ctxt.handle = nullptr;

@@ -28,8 +28,16 @@ bool install_event_signal(void (*handler)(int), int flags);
 // Whether a listener runs in this very process (not in one that it was forked from). Safe in a signal handler.
 bool listener_runs();
 bool on_listener();
+// Whether the calling thread is a listener that was told to stop.
+bool listener_stopping();
+// How long a stop waits for a callback to return, in milliseconds.
+extern int listener_patience;
+// Listeners whose callback had not returned then, and has not until now.
+int listeners_left_behind();
 // Raises SIGUSR1 at the listener; false when there is none. Safe in a signal handler.
 bool signal_listener();
+// Decodes what was received in one piece and hands its events on. Trusts no length in it.
+void take_netlink_datagram(const sysio::Datagram &datagram, size_t size);
 // How often the kernel had to drop events because the listener's buffer was full.
 uint32_t netlink_overruns();
 

@@ -150,6 +150,10 @@ class PosixMachine final : public Machine {
     return posix::netlink_receive(socket, datagram);
   }
   void netlink_wake(Netlink *socket) override { posix::netlink_wake(socket); }
+  void netlink_done(Netlink *socket) override { posix::netlink_done(socket); }
+  bool netlink_wait_done(Netlink *socket, int milliseconds) override {
+    return posix::netlink_wait_done(socket, milliseconds);
+  }
   void netlink_close(Netlink *socket) override { posix::netlink_close(socket); }
   void netlink_free(Netlink *socket) override { posix::netlink_free(socket); }
 

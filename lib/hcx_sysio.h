@@ -76,17 +76,20 @@ class Machine {
   virtual ssize_t netlink_receive(Netlink *, Datagram *) { return -EAGAIN; }
   // Ends the present wait and every later one.
   virtual void netlink_wake(Netlink *) {}
+  // Says that nobody will wait for or receive anything more; netlink_wait_done() waits for that, but not longer than
+  // so many milliseconds: whether it was said.
+  virtual void netlink_done(Netlink *) {}
+  virtual bool netlink_wait_done(Netlink *, int /*milliseconds*/) { return true; }
   // Leaves the groups; only to be freed afterwards.
   virtual void netlink_close(Netlink *) {}
   virtual void netlink_free(Netlink *) {}
 
   // ---- Child processes; a machine without them keeps what stands here ----
   // Runs body(arg, pid) in a child, where arg points to a copy of `size` bytes, and ends the child with its result;
-  // the child's pid. The body must be safe in
-  // a process forked from one with threads: it neither allocates nor takes locks, and of this machine it may use
-  // open, close, ioctl, sleep_us, parent_pid, signal and syslog_direct only. It starts without the parent's
-  // descriptors and blocked signals, with SIGUSR1 ignored and SIGHUP, SIGINT, SIGTERM and SIGQUIT at their
-  // defaults.
+  // the child's pid. The body must be safe in a process forked from one with threads: it neither allocates nor takes
+  // locks, and of this machine it may use open, close, ioctl, sleep_us, parent_pid, signal and syslog_direct only. It
+  // starts without the parent's descriptors, blocked signals and handlers: SIGHUP, SIGINT, SIGTERM, SIGQUIT and the
+  // signals of faults at their defaults, SIGUSR1 and whatever else the parent handles ignored.
   virtual int spawn(int (* /*body*/)(void *arg, int pid), void * /*arg*/, size_t /*size*/) { return -ENOSYS; }
   // kill(2), for one process only.
   virtual int signal(int /*pid*/, int /*number*/) { return -ESRCH; }

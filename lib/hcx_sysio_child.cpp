@@ -11,11 +11,16 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "hcx_sysio_posix.h"
 
 namespace hcx::sysio::posix {
 namespace {
+
+// What ends a child, whatever the parent makes of it.
+constexpr int kAtDefault[] = {SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGSEGV, SIGBUS,
+                              SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS};
 
 void set_action(int number, void (*action)(int)) {
   struct sigaction set = {};
@@ -25,8 +30,13 @@ void set_action(int number, void (*action)(int)) {
 
 // Nothing of the parent may be kept alive, or act, in here.
 void leave_parent_behind() {
-  for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGQUIT})
-    set_action(number, SIG_DFL);
+  for (int number = 1; number < NSIG; ++number) {
+    struct sigaction now;
+    if (::sigaction(number, nullptr, &now) < 0 || now.sa_handler == SIG_DFL) continue;
+    const bool at_default =
+        std::find(std::begin(kAtDefault), std::end(kAtDefault), number) != std::end(kAtDefault);
+    if (at_default || now.sa_handler != SIG_IGN) set_action(number, at_default ? SIG_DFL : SIG_IGN);
+  }
   set_action(SIGUSR1, SIG_IGN);
   if (::close_range(STDERR_FILENO + 1, ~0U, 0) < 0) {
     const long most = ::sysconf(_SC_OPEN_MAX);

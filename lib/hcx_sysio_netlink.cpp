@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <iterator>
 #include <new>
@@ -23,7 +24,8 @@ namespace hcx::sysio {
 
 struct Netlink {
   nl_sock *socket = nullptr;
-  int wake = -1;
+  int wake = -1;  // eventfd
+  int done = -1;  // eventfd
 };
 
 namespace posix {
@@ -55,6 +57,12 @@ int errno_of(int nl_error) {
   }
 }
 
+void raise(int eventfd) {
+  const uint64_t once = 1;
+  // Fails only when the counter is full, and then the wait for it ends anyway.
+  [[maybe_unused]] const ssize_t written = ::write(eventfd, &once, sizeof once);
+}
+
 }  // namespace
 
 Netlink *netlink_alloc() {
@@ -62,7 +70,8 @@ Netlink *netlink_alloc() {
   if (!made) return nullptr;
   made->socket = ::nl_socket_alloc();
   made->wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (made->socket && made->wake >= 0) return made;
+  made->done = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (made->socket && made->wake >= 0 && made->done >= 0) return made;
   netlink_free(made);
   return nullptr;
 }
@@ -101,9 +110,22 @@ ssize_t netlink_receive(Netlink *netlink, Datagram *datagram) {
 }
 
 void netlink_wake(Netlink *netlink) {
-  const uint64_t once = 1;
-  // Fails only when the counter is full, and then the wait ends anyway.
-  [[maybe_unused]] const ssize_t written = ::write(netlink->wake, &once, sizeof once);
+  raise(netlink->wake);
+}
+
+void netlink_done(Netlink *netlink) {
+  raise(netlink->done);
+}
+
+bool netlink_wait_done(Netlink *netlink, int milliseconds) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+  pollfd watched = {netlink->done, POLLIN, 0};
+  for (;;) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
+    const int rc = ::poll(&watched, 1, static_cast<int>(std::max<int64_t>(left, 0)));
+    if (rc >= 0 || errno != EINTR) return rc > 0;
+  }
 }
 
 void netlink_close(Netlink *netlink) {
@@ -112,7 +134,8 @@ void netlink_close(Netlink *netlink) {
 
 void netlink_free(Netlink *netlink) {
   if (netlink->socket) ::nl_socket_free(netlink->socket);
-  if (netlink->wake >= 0) ::close(netlink->wake);
+  for (const int fd : {netlink->wake, netlink->done})
+    if (fd >= 0) ::close(fd);
   delete netlink;
 }
 

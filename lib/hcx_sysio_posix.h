@@ -11,6 +11,8 @@ int netlink_connect(Netlink *socket, int protocol, uint32_t groups);
 int netlink_wait(Netlink *socket, const sigset_t *mask);
 ssize_t netlink_receive(Netlink *socket, Datagram *datagram);
 void netlink_wake(Netlink *socket);
+void netlink_done(Netlink *socket);
+bool netlink_wait_done(Netlink *socket, int milliseconds);
 void netlink_close(Netlink *socket);
 void netlink_free(Netlink *socket);
 

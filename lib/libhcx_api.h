@@ -512,8 +512,10 @@ uint32_t SetRNIDMgmtInfo(uint32_t board, HBA_MGMTINFO *pInfo);
 /*
  * Starts and stops the listener; HCX_InitDiagEnv() and HCX_FreeDiagEnv() do so by themselves.
  * net_link_init: 0 when it runs or already did; -1 the socket (netlink, SCSI transport), the signal handler or the
- * thread could not be had. net_link_exit waits until the thread has ended, for as long as a function that it is
- * just calling takes; called by such a function it does not wait.
+ * thread could not be had. net_link_exit waits until the thread has ended. It calls no further function, but a
+ * function that is running may finish, for 10 seconds; then the thread is left to end by itself, and a host that the
+ * function may still use is kept. Called by such a function it does not wait. Events that were not delivered yet are
+ * after the next start.
  */
 int net_link_init(void);
 void net_link_exit(void);
@@ -567,7 +569,7 @@ uint32_t unRegisterForCTEvent(uint32_t board, uint32_t *eventid);
  * Takes events out of the board's ring, oldest first.
  * eventcount: in room at eventbuffer, out entries filled. Reported are link up and down with the port's FC address,
  * RSCN with the affected page besides, and vendor events without data; all else is passed over.
- * Returns 0; 1 no such board, null pointer.
+ * Returns 0; 1 no such board; 4 null pointer.
  */
 uint32_t GetEventBuffer(uint32_t board, HBA_EVENTINFO *eventbuffer, uint32_t *eventcount);
 

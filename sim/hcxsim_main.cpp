@@ -10,13 +10,18 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sim_machine.h"
@@ -43,7 +48,8 @@ class Formatter : public CLI::Formatter {
  public:
   std::string make_usage(const CLI::App *app, std::string name) const override {
     if (app->get_parent() != nullptr) return CLI::Formatter::make_usage(app, name);
-    return "Usage: hcxsim [OPTIONS] -- COMMAND [ARGS...]\n       hcxsim [OPTIONS] ls|cat|write PATH [TEXT]\n";
+    return "Usage: hcxsim [OPTIONS] -- COMMAND [ARGS...]\n       hcxsim [OPTIONS] ls|cat|write PATH [TEXT]\n"
+           "       hcxsim [OPTIONS] event --host N KIND [ARGS...]\n";
   }
 };
 
@@ -211,10 +217,16 @@ int store(sim::Machine &machine, const std::string &path, const std::string &tex
   return put < 0 ? refused(path, put) : 0;
 }
 
+// A mistake in what should happen.
+struct Usage : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 struct Happening {
   int host = -1;
   unsigned count = 1;
   std::vector<std::string> words;
+  std::string script;
 };
 
 uint32_t number_of(const std::string &word) {
@@ -225,12 +237,12 @@ uint32_t number_of(const std::string &word) {
   } catch (const std::exception &) {
     end = 0;
   }
-  if (end == 0 || end != word.size() || value > UINT32_MAX)
-    throw std::runtime_error("\"" + word + "\" is no number");
+  if (end == 0 || end != word.size() || value > UINT32_MAX) throw Usage("\"" + word + "\" is no number");
   return static_cast<uint32_t>(value);
 }
 
 std::string bytes_of(const std::string &digits) {
+  if (digits.size() % 2 != 0) throw Usage("\"" + digits + "\" has half a byte");
   std::string bytes;
   for (size_t i = 0; i < digits.size(); i += 2)
     bytes += static_cast<char>(number_of("0x" + digits.substr(i, 2)));
@@ -243,8 +255,7 @@ void happen(sim::Machine &machine, sim::Host &host, const std::vector<std::strin
   sim::Events &events = machine.events();
   auto arguments = [&](size_t least, size_t most) {
     if (words.size() - 1 < least || words.size() - 1 > most) {
-      throw std::runtime_error("event " + kind + " does not take " + std::to_string(words.size() - 1) +
-                               " arguments");
+      throw Usage("event " + kind + " does not take " + std::to_string(words.size() - 1) + " arguments");
     }
   };
   if (kind == "link-down" || kind == "link-up") {
@@ -269,16 +280,54 @@ void happen(sim::Machine &machine, sim::Host &host, const std::vector<std::strin
     arguments(1, 2);
     events.post(host, number_of(words[1]), words.size() > 2 ? bytes_of(words[2]) : "");
   } else {
-    throw std::runtime_error("no event \"" + kind +
-                             "\": link-down, link-up, rscn, dump, temperature, ct, raw");
+    throw Usage("no event \"" + kind + "\": link-down, link-up, rscn, dump, temperature, ct, raw");
+  }
+}
+
+void happen(sim::Machine &machine, int number, const std::vector<std::string> &words) {
+  sim::Host *host = machine.host(number);
+  if (host == nullptr) throw Usage("there is no host" + std::to_string(number));
+  happen(machine, *host, words);
+}
+
+// A line of a script: "wait MILLISECONDS", or a host and what happens to it.
+void play_line(sim::Machine &machine, std::vector<std::string> words) {
+  if (words.front() == "wait") {
+    if (words.size() != 2) throw Usage("wait takes the milliseconds");
+    std::this_thread::sleep_for(std::chrono::milliseconds(number_of(words[1])));
+    return;
+  }
+  std::string host = words.front();
+  if (host.starts_with("host")) host.erase(0, 4);
+  words.erase(words.begin());
+  if (words.empty()) throw Usage("nothing happens to host" + host);
+  happen(machine, static_cast<int>(number_of(host)), words);
+}
+
+void play(sim::Machine &machine, const std::string &path) {
+  std::ifstream file(path);
+  if (!file) throw Usage("cannot read " + path);
+  std::string line;
+  for (int number = 1; std::getline(file, line); number++) {
+    std::istringstream stream(line.substr(0, line.find('#')));
+    const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+    if (words.empty()) continue;
+    try {
+      play_line(machine, words);
+    } catch (const Usage &error) {
+      throw Usage(path + ":" + std::to_string(number) + ": " + error.what());
+    }
   }
 }
 
 int make_happen(sim::Machine &machine, const Happening &what) {
-  sim::Host *host = machine.host(what.host);
-  if (host == nullptr) throw std::runtime_error("there is no host" + std::to_string(what.host));
-  for (unsigned i = 0; i < what.count; i++)
-    happen(machine, *host, what.words);
+  for (unsigned i = 0; i < what.count; i++) {
+    if (what.script.empty()) {
+      happen(machine, what.host, what.words);
+    } else {
+      play(machine, what.script);
+    }
+  }
   return 0;
 }
 
@@ -321,13 +370,20 @@ int main_with(int argc, char **argv) {
   write->add_option("TEXT", options.text, "The line")->required();
   Happening happening;
   auto *event = app.add_subcommand("event", "Make something happen to an adapter, for who listens now");
-  event->add_option("--host", happening.host, "Kernel host number")->required();
-  event->add_option("--count", happening.count, "So many times");
+  auto *script =
+      event->add_option("--script", happening.script,
+                        "Instead of one: lines of a host and what happens to it, or of \"wait MS\"");
+  auto *host = event->add_option("--host", happening.host, "Kernel host number")->excludes(script);
+  event->add_option("--count", happening.count, "So many times")->check(CLI::PositiveNumber);
   event
       ->add_option(
           "KIND", happening.words,
           "link-down, link-up, rscn PAGE..., dump, temperature CODE CELSIUS, ct GSTYPE HEX, raw CODE [HEX]")
-      ->required();
+      ->needs(host);
+  event->callback([&] {
+    if (happening.script.empty() && happening.words.empty())
+      throw CLI::ValidationError("event", "give --host N and what happens, or --script FILE");
+  });
   app.require_subcommand(0, 1);
   app.set_version_flag("--version", "hcxsim " HCXSIM_VERSION);
   try {
@@ -337,7 +393,8 @@ int main_with(int argc, char **argv) {
   }
   const bool acts = !app.get_subcommands().empty();
   if (acts == has_command || (has_command && command.empty())) {
-    std::cerr << "hcxsim: give a command behind \"--\", or one of ls, cat and write (--help tells more)\n";
+    std::cerr
+        << "hcxsim: give a command behind \"--\", or one of ls, cat, write and event (--help tells more)\n";
     return kUsage;
   }
   const Folder folder(options.state);
@@ -356,6 +413,9 @@ int main_with(int argc, char **argv) {
 int main(int argc, char **argv) {
   try {
     return main_with(argc, argv);
+  } catch (const Usage &error) {
+    std::cerr << "hcxsim: " << error.what() << '\n';
+    return kUsage;
   } catch (const std::exception &error) {
     std::cerr << "hcxsim: " << error.what() << '\n';
     return kFailed;

@@ -227,6 +227,10 @@ class Machine : public hcx::sysio::Machine {
     return netlink_.receive(socket, datagram);
   }
   void netlink_wake(hcx::sysio::Netlink *socket) override { netlink_.wake(socket); }
+  void netlink_done(hcx::sysio::Netlink *socket) override { netlink_.done(socket); }
+  bool netlink_wait_done(hcx::sysio::Netlink *socket, int milliseconds) override {
+    return netlink_.wait_done(socket, milliseconds);
+  }
   void netlink_close(hcx::sysio::Netlink *socket) override { netlink_.close(socket); }
   void netlink_free(hcx::sysio::Netlink *socket) override { netlink_.free(socket); }
   int spawn(int (*body)(void *, int), void *arg, size_t size) override {

@@ -42,7 +42,7 @@ void drain(int fd) {
 }  // namespace
 
 Netlinks::Socket::~Socket() {
-  for (const int fd : {ready, wake, journal}) {
+  for (const int fd : {ready, wake, done, journal}) {
     if (fd >= 0) ::close(fd);
   }
 }
@@ -119,6 +119,7 @@ hcx::sysio::Netlink *Netlinks::alloc() {
   if (machine_.enter(Verb::netlink_alloc, "") != 0) return nullptr;
   auto socket = std::make_unique<Socket>();
   socket->wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  socket->done = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   sockets_.push_back(std::move(socket));
   return reinterpret_cast<hcx::sysio::Netlink *>(sockets_.back().get());
 }
@@ -179,6 +180,19 @@ ssize_t Netlinks::receive(hcx::sysio::Netlink *handle, hcx::sysio::Datagram *dat
 
 void Netlinks::wake(hcx::sysio::Netlink *handle) {
   raise(of(handle)->wake);
+}
+
+void Netlinks::done(hcx::sysio::Netlink *handle) {
+  raise(of(handle)->done);
+}
+
+bool Netlinks::wait_done(hcx::sysio::Netlink *handle, int milliseconds) {
+  pollfd watched = {of(handle)->done, POLLIN, 0};
+  int rc;
+  do {
+    rc = ::poll(&watched, 1, milliseconds);
+  } while (rc < 0 && errno == EINTR);
+  return rc > 0;
 }
 
 void Netlinks::close(hcx::sysio::Netlink *handle) {

@@ -41,6 +41,8 @@ class Netlinks {
   int wait(hcx::sysio::Netlink *socket, const sigset_t *mask);
   ssize_t receive(hcx::sysio::Netlink *socket, hcx::sysio::Datagram *datagram);
   void wake(hcx::sysio::Netlink *socket);
+  void done(hcx::sysio::Netlink *socket);
+  bool wait_done(hcx::sysio::Netlink *socket, int milliseconds);
   void close(hcx::sysio::Netlink *socket);
   void free(hcx::sysio::Netlink *socket);
 
@@ -53,6 +55,7 @@ class Netlinks {
     ~Socket();
     int ready = -1;  // eventfd of the queue, or inotify on the journal
     int wake = -1;   // eventfd
+    int done = -1;   // eventfd
     int journal = -1;
     off_t position = 0;
     int protocol = -1;

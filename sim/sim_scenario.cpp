@@ -34,10 +34,24 @@ constexpr struct {
   const char *name;
   Verb value;
 } kVerbs[] = {
-    {"any", Verb::any},     {"open", Verb::open}, {"close", Verb::close},         {"read", Verb::read},
-    {"write", Verb::write}, {"seek", Verb::seek}, {"lock", Verb::lock},           {"stat", Verb::stat},
-    {"fstat", Verb::fstat}, {"list", Verb::list}, {"read_link", Verb::read_link}, {"unlink", Verb::unlink},
+    {"any", Verb::any},
+    {"open", Verb::open},
+    {"close", Verb::close},
+    {"read", Verb::read},
+    {"write", Verb::write},
+    {"seek", Verb::seek},
+    {"lock", Verb::lock},
+    {"stat", Verb::stat},
+    {"fstat", Verb::fstat},
+    {"list", Verb::list},
+    {"read_link", Verb::read_link},
+    {"unlink", Verb::unlink},
     {"ioctl", Verb::ioctl},
+    {"netlink_connect", Verb::netlink_connect},
+    {"netlink_receive", Verb::netlink_receive},
+    {"spawn", Verb::spawn},
+    {"signal", Verb::signal},
+    {"wait_child", Verb::wait_child},
 };
 
 constexpr uint64_t kMostLuns = 65536;

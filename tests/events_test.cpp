@@ -3,14 +3,23 @@
 // or, where they are wrong on purpose, here.
 #include "hcx_ioctl_event.h"
 
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <malloc.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <functional>
 #include <mutex>
 #include <thread>
 
+#include "alloc_fault.h"
 #include "board_fixture.h"
 #include "hcx_netlink.h"
 
@@ -90,9 +99,17 @@ class EventTest : public BoardTest {
     for (uint32_t board = 0; board < kEventBoards; ++board)
       HCX_unRegisterForEvent(board, 0);
     net_link_exit();
-    EXPECT_EQ(m.netlink().sockets(), 0u);
+    // A listener that was left in a callback takes its socket with it.
+    EXPECT_TRUE(soon([&] { return m.netlink().sockets() == 0; }));
     EXPECT_EQ(m.processes().count(), 0u);
     BoardTest::TearDown();
+  }
+  static bool soon(const std::function<bool()> &condition) {
+    for (int i = 0; i < 20000; ++i) {
+      if (condition()) return true;
+      std::this_thread::sleep_for(1ms);
+    }
+    return false;
   }
   uint32_t posted() {
     const EventLock lock;
@@ -103,14 +120,10 @@ class EventTest : public BoardTest {
     const uint32_t before = marker_;
     marker_ = before + 1;
     m.events().post(*m.host(7), VOSKH_EVT_PORT_ONLINE, "");
-    for (int i = 0; i < 20000; ++i) {
-      {
-        const EventLock lock;
-        if (hcx_host_list->next->next->hbaevt.cnt >= marker_) return;
-      }
-      std::this_thread::sleep_for(1ms);
-    }
-    FAIL() << "the listener does not take events";
+    EXPECT_TRUE(soon([&] {
+      const EventLock lock;
+      return hcx_host_list->next->next->hbaevt.cnt >= marker_;
+    })) << "the listener does not take events";
   }
   sim::Host *three = nullptr, *four = nullptr;
   uint32_t marker_ = 0;
@@ -152,8 +165,8 @@ TEST_F(EventTest, BufferReportsFourKinds) {
       {2, 0x010200, 0, 0, 0}, {3, 0x010200, 0, 0, 0}, {5, 0x010200, 0x010500, 0, 0}, {0xffff, 0, 0, 0, 0}};
   EXPECT_EQ(memcmp(events, expected, sizeof expected), 0);
   EXPECT_EQ(GetEventBuffer(9, events, &count), 1u);
-  EXPECT_EQ(GetEventBuffer(0, nullptr, &count), 1u);
-  EXPECT_EQ(GetEventBuffer(0, events, nullptr), 1u);
+  EXPECT_EQ(GetEventBuffer(0, nullptr, &count), 4u);
+  EXPECT_EQ(GetEventBuffer(0, events, nullptr), 4u);
   EXPECT_TRUE(m.logged("GetEventBuffer - no host on board 9"));
 }
 
@@ -267,6 +280,40 @@ TEST_F(EventTest, CtRequestsComeThroughAChild) {
   EXPECT_TRUE(m.logged("removeRegEvent - done"));
 }
 
+TEST_F(EventTest, CtRegistrationsGoAsAWhole) {
+  ASSERT_EQ(net_link_init(), 0);
+  const auto ct = reinterpret_cast<Callback>(on_ct);
+  // On three boards, one child each; then eight on one, and a ninth.
+  const uint32_t all = add(0, 0x84, ct, 16, 0xfa);
+  EXPECT_EQ(all, 1u);
+  EXPECT_EQ(m.processes().count(), 3u);
+  m.events().ct(*four, 0xfa, "\x09");
+  EXPECT_EQ(calls.wait(1).front().substr(0, 16), "ct 1 09 type 250");
+  EXPECT_EQ(HCX_unRegisterForEvent(7, all), 1u);
+  EXPECT_EQ(m.processes().count(), 0u);
+  // Link events reach a registration for both kinds.
+  add(
+      0, 0x5, +[]() { calls.add("both"); }, 16, 0xfa);
+  m.events().link_up(*three);
+  EXPECT_EQ(calls.wait(2).back(), "both");
+  m.events().ct(*three, 0xfa, "\x09");
+  EXPECT_EQ(calls.wait(3).back(), "both");
+  for (uint32_t id = 2; id <= 8; ++id)
+    EXPECT_EQ(add(0, 4, ct, 16, 0xfb), id);
+  EXPECT_EQ(add(0, 4, ct, 16, 0xfb), 0u);
+  EXPECT_TRUE(m.logged("max events already registered"));
+  EXPECT_EQ(add(0, 0x84, ct, 16, 0xfb), 0u);
+  EXPECT_EQ(m.processes().count(), 8u) << "nothing left of calls that failed";
+  // More than there is room for, and a child whose parent has gone.
+  HCX_unRegisterForEvent(0, 0);
+  const uint32_t small = add(0, 4, ct, 2, 0xfa);
+  m.events().ct(*three, 0xfa, "\x01\x02\x03");
+  EXPECT_EQ(calls.wait(4).back(), "ct 0 0102 type 250 sent 0");
+  m.processes().orphan(static_cast<int>(hcx_RegEvent[0][0].e_pid));
+  EXPECT_EQ(HCX_unRegisterForEvent(0, small), 1u);
+  EXPECT_EQ(m.processes().count(), 0u);
+}
+
 TEST_F(EventTest, StrayAndForwardedSignalsHarmNobody) {
   ASSERT_EQ(net_link_init(), 0);
   kill(getpid(), SIGUSR1);
@@ -294,9 +341,160 @@ TEST_F(EventTest, CallbacksMayUnregisterThemselvesAndStopTheListener) {
       });
   m.events().link_up(*three);
   EXPECT_EQ(calls.wait(1), std::vector<std::string>{"stopped"});
-  for (int i = 0; i < 5000 && m.netlink().sockets() != 0; ++i)
-    std::this_thread::sleep_for(1ms);
-  EXPECT_EQ(m.netlink().sockets(), 0u);
+  EXPECT_TRUE(soon([&] { return m.netlink().sockets() == 0; }));
+  // The next listener serves the registration that the callback made.
+  ASSERT_EQ(net_link_init(), 0);
+  m.events().link_up(*three);
+  EXPECT_EQ(calls.wait(2).back(), "link 0 state 6 did 66048");
+}
+
+// A callback may end the library altogether; what was registered is served after the next start.
+TEST_F(EventTest, CallbackMayTearTheLibraryDown) {
+  hcx_brdinfo boards[4];
+  ASSERT_EQ(HCX_FreeDiagEnv(), 0u);
+  ASSERT_EQ(HCX_InitDiagEnv(boards, 4), 3u);
+  add(
+      0, 1, +[]() {
+        HCX_FreeDiagEnv();
+        calls.add(hcx_host_list ? "still there" : "torn down");
+      });
+  for (int i = 0; i < 3; ++i)
+    m.events().link_up(*three);
+  EXPECT_EQ(calls.wait(1), std::vector<std::string>{"torn down"});
+  EXPECT_TRUE(soon([&] { return m.netlink().sockets() == 0; }));
+  EXPECT_EQ(calls.lines.size(), 1u) << "none of the others after the end";
+  HCX_unRegisterForEvent(0, 0);
+  add(0, 1, reinterpret_cast<Callback>(on_link));
+  ASSERT_EQ(HCX_InitDiagEnv(boards, 4), 3u);
+  m.events().link_up(*three);
+  EXPECT_EQ(calls.wait(2).back(), "link 0 state 6 did 66048");
+  HCX_unRegisterForEvent(0, 0);
+  HCX_FreeDiagEnv();
+}
+
+std::mutex held_by_the_stopper;
+
+// A callback that waits for the thread that stops the listener cannot hold it up.
+TEST_F(EventTest, StopIsBoundedThoughACallbackHangs) {
+  hcx::listener_patience = 20;
+  hcx_brdinfo boards[4];
+  HCX_FreeDiagEnv();
+  ASSERT_EQ(HCX_InitDiagEnv(boards, 4), 3u);
+  add(
+      0, 1, +[]() {
+        const hcx::HostRef host = hcx::board_host(0);
+        calls.add("called");
+        const std::lock_guard wait(held_by_the_stopper);
+        calls.add(host && host->id == 3 ? "its host is still there" : "no host");
+      });
+  const hcx_host *before = hcx_host_list;
+  {
+    const std::lock_guard guard(held_by_the_stopper);
+    m.events().link_up(*three);
+    m.events().link_up(*three);
+    ASSERT_EQ(calls.wait(1).size(), 1u);
+    HCX_FreeDiagEnv();
+    EXPECT_EQ(hcx::listeners_left_behind(), 1);
+    EXPECT_EQ(hcx_host_list, nullptr);
+    ASSERT_EQ(HCX_InitDiagEnv(boards, 4), 3u) << "another start while it hangs";
+    EXPECT_NE(hcx_host_list, before);
+  }
+  // The event that was left goes to the next listener, once the one that hangs has come back.
+  EXPECT_EQ(calls.wait(4), (std::vector<std::string>{"called", "its host is still there", "called",
+                                                     "its host is still there"}));
+  EXPECT_TRUE(soon([] { return hcx::listeners_left_behind() == 0; }));
+  EXPECT_TRUE(m.logged("net_link_exit - pid "));
+}
+
+// A forwarded signal is nothing that a thread may notice: no call of it is interrupted for good, no callback runs on it.
+TEST_F(EventTest, CallbacksRunInTheListenerOnly) {
+  static std::atomic<pthread_t> caller;
+  ASSERT_EQ(net_link_init(), 0);
+  add(
+      0, 1, +[]() { caller = pthread_self(); });
+  m.events().link_up(*three);
+  for (int i = 0; i < 200; ++i)
+    pthread_kill(pthread_self(), SIGUSR1);
+  ASSERT_TRUE(soon([] { return caller != pthread_t{}; }));
+  EXPECT_TRUE(pthread_equal(caller, ctxt.thread));
+  // Called as a function it sweeps at once, in the thread that calls.
+  caller = pthread_t{};
+  net_link_exit();
+  uint32_t data = 0;
+  {
+    const hcx::EventSignalBlock blocked;
+    signal_async_event_handler(3, 1, VOSKH_EVT_LINKUP, &data, 4);
+  }
+  EXPECT_TRUE(pthread_equal(caller, pthread_self())) << "no listener: delivered before the call returns";
+  EventHandler(SIGUSR1);
+  EventHandlerBSG(SIGUSR1);
+}
+
+// An RSCN of a virtual port whose name can no longer be read comes in the shape of virtual ports all the same.
+TEST_F(EventTest, VirtualPortsKeepTheirShapeWithoutName) {
+  sim::Host &vport = three->add_vport({.wwpn = 0x20000000000000aa, .host_number = 20});
+  add(0, 0x40, reinterpret_cast<Callback>(on_vport_rscn), 64);
+  add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 64);
+  vport.set_fc("port_name", "");
+  uint32_t data[] = {2, 4, 0};
+  memcpy(&data[2], "\x61\x04\x00\x04", 4);
+  signal_async_event_handler(20, 1, 0xffff, data, sizeof data);
+  EXPECT_EQ(calls.lines, std::vector<std::string>{"vport 0 0000000000000000 61040004"});
+  signal_async_event_handler(99, 1, 0xffff, data, sizeof data);
+  EXPECT_EQ(calls.lines.size(), 1u);
+}
+
+// Where each event of the driver goes: to the registrations (whose mask), to the diagnostic service, nowhere.
+TEST_F(EventTest, EveryKindHasOneWay) {
+  const struct {
+    uint32_t code, kind;
+    const char *log;
+    uint32_t calls;
+  } rows[] = {
+      {1, 0, "host_no 3 event x00000001 not handled", 0},
+      {2, 0, "host_no 3 link up event", 1},
+      {3, 0, "host_no 3 link down event", 1},
+      {5, 0, "host_no 3 event x00000005 not handled", 0},
+      {0xffff, 0x1, "host_no 3 san diag event", 0},
+      {0xffff, 0x4, "host_no 3 san diag event", 0},
+      {0xffff, 0x40, "host_no 3 san diag event", 0},
+      {0xffff, 0x100, "host_no 3 san diag event", 0},
+      {0xffff, 0x800, "host_no 3 san diag event", 0},
+      {0xffff, 16, nullptr, 1},
+      {0xffff, 32, nullptr, 1},
+      {0xffff, 2, nullptr, 1},
+  };
+  static std::atomic<uint32_t> count;
+  add(
+      0, 0x33, +[]() { ++count; }, 64);
+  for (const auto &row : rows) {
+    uint32_t data[4] = {row.kind, 4, 0, 0};
+    count = 0;
+    m.clear_records();
+    signal_async_event_handler(3, 1, row.code, data, sizeof data);
+    EXPECT_EQ(count, row.calls) << row.code << " " << row.kind;
+    if (row.log) EXPECT_TRUE(m.logged(std::string("signal_async_event_handler - ") + row.log)) << row.log;
+  }
+}
+
+TEST_F(EventTest, WithoutMemoryOnlyTheRegistrationConcernedLosesTheEvent) {
+  add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 64);
+  add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 64);
+  uint32_t data[] = {2, 4, 0};
+  // Node and payload of the first, then of the second.
+  for (int nth = 1; nth <= 4; ++nth) {
+    calls.lines.clear();
+    alloc_fault::fail_nth(nth);
+    signal_async_event_handler(3, 1, 0xffff, data, sizeof data);
+    EXPECT_TRUE(alloc_fault::take_hit());
+    EXPECT_EQ(calls.lines.size(), 1u) << nth;
+  }
+  EXPECT_TRUE(m.logged("could not allocate RSCN buffer of 4 size"));
+  EXPECT_TRUE(m.logged("brd 0 could not allocate host event memory"));
+  alloc_fault::fail_nth(1);
+  EXPECT_EQ(add(0, 0x10, reinterpret_cast<Callback>(on_dump), 8), 0u);
+  EXPECT_TRUE(alloc_fault::take_hit());
+  EXPECT_TRUE(m.logged("netlink_register_for_event - pid "));
 }
 
 TEST_F(EventTest, BurstLargerThanTheBufferIsCounted) {
@@ -329,7 +527,17 @@ TEST_F(EventTest, StartFailuresLeaveNothing) {
   EXPECT_TRUE(m.logged("fork failed"));
 }
 
+size_t entries_of(const char *directory) {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(directory), {}));
+}
+
 TEST_F(EventTest, ConcurrencyStartAndStop) {
+  m.vfs().put_text("/tmp/libhcx_syslog_enable", "0\n", 0644);
+  libhcx_syslog_enable(0);
+  ASSERT_EQ(net_link_init(), 0);
+  net_link_exit();
+  const size_t threads = entries_of("/proc/self/task"), files = entries_of("/proc/self/fd");
+  const size_t memory = mallinfo2().uordblks;
   for (int i = 0; i < 1000; ++i) {
     ASSERT_EQ(net_link_init(), 0);
     ASSERT_EQ(net_link_init(), 0);
@@ -337,6 +545,9 @@ TEST_F(EventTest, ConcurrencyStartAndStop) {
     net_link_exit();
   }
   EXPECT_EQ(m.netlink().sockets(), 0u);
+  EXPECT_EQ(entries_of("/proc/self/task"), threads);
+  EXPECT_EQ(entries_of("/proc/self/fd"), files);
+  EXPECT_LT(mallinfo2().uordblks, memory + 100000) << "less than a hundred bytes a round";
 }
 
 // The link bounces while the request that makes it do so is still being written. Delivery rescans the host, which needs
@@ -373,7 +584,7 @@ TEST_F(EventTest, ConcurrencyStress) {
   m.netlink().buffer = size_t{1} << 30;
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
-  for (int i = 0; i < 3; ++i)
+  for (int i = 0; i < 4; ++i)
     threads.emplace_back([&] {
       HBA_PORTATTRIBUTES attributes;
       HBA_EVENTINFO buffer[16];
@@ -400,6 +611,96 @@ TEST_F(EventTest, ConcurrencyStress) {
     thread.join();
   EXPECT_EQ(temperatures, events);
   alarm(0);
+}
+
+// ---- The real machine's own sockets and children ----
+
+// Any netlink protocol on which processes may send to each other.
+constexpr int user_protocol = 2;
+
+TEST(RealNetlink, WaitsReceivesAndIsWoken) {
+  hcx::sysio::Machine &real = hcx::sysio::machine();
+  hcx::sysio::Netlink *socket = real.netlink_alloc();
+  ASSERT_NE(socket, nullptr);
+  const int rc = real.netlink_connect(socket, user_protocol, 1);
+  if (rc != 0) {
+    real.netlink_free(socket);
+    GTEST_SKIP() << "no such sockets here: " << strerror(-rc);
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  hcx::sysio::Datagram datagram;
+  EXPECT_EQ(real.netlink_receive(socket, &datagram), -EAGAIN);
+
+  const int sender = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, user_protocol);
+  sockaddr_nl group = {};
+  group.nl_family = AF_NETLINK;
+  group.nl_groups = 1;
+  const char text[] = "sixteen bytes or more of anything";
+  auto send = [&] {
+    return sendto(sender, text, sizeof text, 0, reinterpret_cast<sockaddr *>(&group), sizeof group);
+  };
+  ASSERT_EQ(send(), static_cast<ssize_t>(sizeof text)) << strerror(errno);
+  EXPECT_EQ(real.netlink_wait(socket, &none), 1);
+  EXPECT_EQ(real.netlink_receive(socket, &datagram), static_cast<ssize_t>(sizeof text));
+  EXPECT_EQ(memcmp(datagram.bytes, text, sizeof text), 0);
+  EXPECT_NE(datagram.sender, 0u) << "not the kernel";
+  free(datagram.bytes);
+
+  std::thread waker([&] { real.netlink_wake(socket); });
+  while (real.netlink_wait(socket, &none) == 1) {
+    while (real.netlink_receive(socket, &datagram) > 0)
+      free(datagram.bytes);
+  }
+  waker.join();
+  EXPECT_EQ(real.netlink_wait(socket, &none), 0) << "woken for good";
+  EXPECT_FALSE(real.netlink_wait_done(socket, 1));
+  real.netlink_done(socket);
+  EXPECT_TRUE(real.netlink_wait_done(socket, 1000));
+  ::close(sender);
+  real.netlink_close(socket);
+  real.netlink_free(socket);
+}
+
+void app_handler(int) {}
+
+// What a child of the real machine must not have of its parent.
+int look_around(void *arg, int pid) {
+  const auto *pipe_end = static_cast<const int *>(arg);
+  struct sigaction now;
+  sigset_t blocked;
+  if (pid != getpid() || hcx::sysio::machine().parent_pid() != pipe_end[1]) return 1;
+  if (::fcntl(pipe_end[0], F_GETFD) >= 0) return 2;
+  if (sigaction(SIGUSR1, nullptr, &now) < 0 || now.sa_handler != SIG_IGN) return 3;
+  if (sigaction(SIGTERM, nullptr, &now) < 0 || now.sa_handler != SIG_DFL) return 4;
+  if (sigaction(SIGWINCH, nullptr, &now) < 0 || now.sa_handler != SIG_IGN) return 5;
+  if (sigprocmask(SIG_BLOCK, nullptr, &blocked) < 0 || sigismember(&blocked, SIGUSR1)) return 6;
+  return 77;
+}
+
+TEST(RealChildren, StartWithNothingOfTheirParent) {
+  hcx::sysio::Machine &real = hcx::sysio::machine();
+  signal(SIGTERM, app_handler);
+  signal(SIGWINCH, app_handler);
+  const hcx::EventSignalBlock blocked;
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  int given[] = {ends[0], getpid()};
+  int pid = real.spawn(look_around, given, sizeof given);
+  ASSERT_GT(pid, 0);
+  int status = 0;
+  EXPECT_EQ(real.wait_child(pid, &status, 0), pid);
+  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 77);
+  EXPECT_EQ(real.wait_child(pid, &status, 0), -ECHILD);
+  pid = real.spawn([](void *, int) { return pause(); }, nullptr, 0);
+  EXPECT_EQ(real.wait_child(pid, &status, WNOHANG), 0);
+  EXPECT_EQ(real.signal(pid, SIGKILL), 0);
+  EXPECT_EQ(real.wait_child(pid, &status, 0), pid);
+  EXPECT_TRUE(WIFSIGNALED(status));
+  for (const int nobody : {-1, 0, 1})
+    EXPECT_EQ(real.signal(nobody, SIGKILL), -ESRCH) << "never a group, never init";
+  close(ends[0]);
+  close(ends[1]);
 }
 
 }  // namespace

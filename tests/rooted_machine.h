@@ -37,6 +37,18 @@ class RootedMachine : public hcx::sysio::Machine {
   mode_t set_umask(mode_t mask) override { return real_.set_umask(mask); }
   int run(const char *) override { return 0; }
   int ioctl(int fd, unsigned long request, void *arg) override { return real_.ioctl(fd, request, arg); }
+  // Nothing ever happens to the adapters of a folder.
+  hcx::sysio::Netlink *netlink_alloc() override { return real_.netlink_alloc(); }
+  int netlink_connect(hcx::sysio::Netlink *, int, uint32_t) override { return 0; }
+  int netlink_wait(hcx::sysio::Netlink *socket, const sigset_t *mask) override {
+    return real_.netlink_wait(socket, mask);
+  }
+  void netlink_wake(hcx::sysio::Netlink *socket) override { real_.netlink_wake(socket); }
+  void netlink_done(hcx::sysio::Netlink *socket) override { real_.netlink_done(socket); }
+  bool netlink_wait_done(hcx::sysio::Netlink *socket, int milliseconds) override {
+    return real_.netlink_wait_done(socket, milliseconds);
+  }
+  void netlink_free(hcx::sysio::Netlink *socket) override { real_.netlink_free(socket); }
   time_t now() override { return real_.now(); }
   void sleep_us(uint64_t microseconds) override { real_.sleep_us(microseconds); }
   int host_name(char *buf, size_t size) override { return real_.host_name(buf, size); }

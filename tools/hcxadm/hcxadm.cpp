@@ -174,8 +174,7 @@ void Context::show(const Table &table, Layout layout) {
       data_.push_back(std::move(row));
     return;
   }
-  Style style{.align = format == Format::table || terminal.out,
-              .colour = terminal.out && !std::getenv("NO_COLOR")};
+  Style style{.align = aligned(), .colour = terminal.out && !std::getenv("NO_COLOR")};
   if (table.rows.empty()) return;
   if (layout == Layout::rows)
     write_rows(out, table, style);

@@ -49,6 +49,8 @@ class Context {
   Boards boards;
 
   bool json() const { return format == Format::json; }
+  // Whether columns are padded; otherwise one tab stands between them.
+  bool aligned() const { return format == Format::table || terminal.out; }
   // Prints rows (brief columns) or one record per row (all columns); as JSON every column, at the end.
   void show(const Table &table, Layout layout = Layout::rows);
   // Names the JSON document of a command that ends without showing a table. show() does this by itself.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // "event": follows the events of the adapters, or shows what the library's rings have taken meanwhile. The library's
 // listener thread calls the functions registered here; they only put a row into a queue, which the main thread shows.
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,15 +23,18 @@ constexpr uint32_t payload_room = 4096;
 struct Arguments {
   std::string board;
   std::vector<std::string> kinds;
+  std::vector<uint16_t> ct_types;
   bool follow = false;
   unsigned count = 0;
   double wait = 0;
 };
 
 struct Event {
+  std::string time;
   int board = 0;
-  std::string kind;
-  Value detail;
+  const char *kind = "";
+  // Each null where the kind has none.
+  Value wwpn, payload, code, temperature, gs_type, tag;
 };
 
 // What the registered functions leave behind; they know their board and nothing else.
@@ -38,10 +42,23 @@ struct Queue {
   std::mutex mutex;
   std::condition_variable changed;
   std::deque<Event> events;
-  void put(uint32_t board, const char *kind, Value detail) {
+  void put(uint32_t board, Event event) {
+    event.time = now();
+    event.board = static_cast<int>(board);
     const std::lock_guard guard(mutex);
-    events.push_back({static_cast<int>(board), kind, std::move(detail)});
+    events.push_back(std::move(event));
     changed.notify_one();
+  }
+  // 2026-11-21T08:30:00.125Z
+  static std::string now() {
+    timespec at;
+    clock_gettime(CLOCK_REALTIME, &at);
+    tm day;
+    gmtime_r(&at.tv_sec, &day);
+    char text[40];
+    const size_t length = strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &day);
+    snprintf(text + length, sizeof text - length, ".%03ldZ", at.tv_nsec / 1000000);
+    return text;
   }
 };
 Queue queue;
@@ -59,19 +76,23 @@ Value hex_value(const void *data, uint32_t length) {
 
 extern "C" {
 static void on_link(uint32_t board, LINKINFO *link) {
-  queue.put(board, link->a_linkState == LNK_DOWN ? "link-down" : "link-up", Value());
+  queue.put(board, {.kind = link->a_linkState == LNK_DOWN ? "link-down" : "link-up"});
 }
 static void on_rscn(uint32_t board, void *payload, uint32_t length, uint32_t) {
-  queue.put(board, "rscn", hex_value(payload, length));
+  queue.put(board, {.kind = "rscn", .payload = hex_value(payload, length)});
 }
 static void on_vport_rscn(uint32_t board, HBA_WWN wwpn, void *payload, uint32_t length) {
-  queue.put(board, "vport-rscn", wwn_text(wwpn.wwn) + " " + hex_value(payload, length).get<std::string>());
+  queue.put(board,
+            {.kind = "vport-rscn", .wwpn = wwn_value(wwpn.wwn), .payload = hex_value(payload, length)});
 }
 static void on_dump(uint32_t board, void *, uint32_t) {
-  queue.put(board, "dump", Value());
+  queue.put(board, {.kind = "dump"});
 }
 static void on_temperature(uint32_t board, uint32_t code, uint32_t celsius) {
-  queue.put(board, "temperature", "code " + std::to_string(code) + ", " + std::to_string(celsius) + " C");
+  queue.put(board, {.kind = "temperature", .code = code, .temperature = celsius});
+}
+static void on_ct(uint32_t board, void *request, uint32_t length, uint32_t tag, uint32_t gs_type) {
+  queue.put(board, {.kind = "ct", .payload = hex_value(request, length), .gs_type = gs_type, .tag = tag});
 }
 }
 
@@ -89,38 +110,95 @@ const Followed followed[] = {
 };
 
 const ColumnOf<Event> columns[] = {
+    {"time", "TIME", Kind::text, In::rows, [](const Event &e) { return Value(e.time); }},
     {"board", "BOARD", Kind::number, In::rows, [](const Event &e) { return Value(e.board); }},
     {"kind", "KIND", Kind::text, In::rows, [](const Event &e) { return Value(e.kind); }},
-    {"detail", "DETAIL", Kind::text, In::rows, [](const Event &e) { return e.detail; }},
+    {"wwpn", "WWPN", Kind::text, In::rows, [](const Event &e) { return e.wwpn; }},
+    {"payload", "PAYLOAD", Kind::text, In::rows, [](const Event &e) { return e.payload; }},
+    {"code", "CODE", Kind::number, In::rows, [](const Event &e) { return e.code; }},
+    {"temperature", "TEMPERATURE C", Kind::number, In::rows, [](const Event &e) { return e.temperature; }},
+    {"gs_type", "GS TYPE", Kind::hex, In::rows, [](const Event &e) { return e.gs_type; }},
+    {"tag", "TAG", Kind::hex, In::rows, [](const Event &e) { return e.tag; }},
 };
 
-void register_all(const Arguments &args, const std::vector<Board> &boards) {
-  for (const Board &board : boards)
-    for (const Followed &one : followed) {
-      if (!args.kinds.empty() &&
-          std::find(args.kinds.begin(), args.kinds.end(), one.kind) == args.kinds.end())
-        continue;
-      const uint32_t id = HCX_RegisterForEvent(static_cast<uint32_t>(board.number), one.mask, 0, payload_room,
-                                               one.func, nullptr);
-      // A board without sensor has no such events.
-      if (id == 0 && one.mask != FC_REG_TEMPERATURE_EVENT)
-        throw Failure({.status = kFailed,
-                       .tried = std::string("registering for ") + one.kind + " events",
-                       .board = board.name(),
-                       .code = {},
-                       .name = "the library refused it",
-                       .todo = "look at syslog after \"hcxadm log set error\""});
-    }
+// The registrations of this command; taken back at its end, however it ends.
+class Registrations {
+ public:
+  Registrations() = default;
+  Registrations(const Registrations &) = delete;
+  Registrations &operator=(const Registrations &) = delete;
+  ~Registrations() {
+    for (const auto &[board, id] : ids_)
+      HCX_unRegisterForEvent(board, id);
+  }
+  void add(const Board &board, const std::string &kind, uint32_t id) {
+    if (id == 0)
+      throw Failure({.status = kFailed,
+                     .tried = "registering for " + kind + " events",
+                     .board = board.name(),
+                     .code = {},
+                     .name = "the library refused it",
+                     .todo = "look at syslog after \"hcxadm log set error\""});
+    ids_.emplace_back(static_cast<uint32_t>(board.number), id);
+  }
+
+ private:
+  std::vector<std::pair<uint32_t, uint32_t>> ids_;
+};
+
+bool wanted(const Arguments &args, const char *kind) {
+  if (args.kinds.empty()) return args.ct_types.empty();
+  return std::find(args.kinds.begin(), args.kinds.end(), kind) != args.kinds.end();
 }
 
-void unregister_all(const std::vector<Board> &boards) {
-  for (const Board &board : boards)
-    HCX_unRegisterForEvent(static_cast<uint32_t>(board.number), 0);
+void register_all(const Arguments &args, const Board &board, Registrations &registrations) {
+  const auto number = static_cast<uint32_t>(board.number);
+  for (const Followed &one : followed) {
+    if (!wanted(args, one.kind)) continue;
+    const uint32_t id = HCX_RegisterForEvent(number, one.mask, 0, payload_room, one.func, nullptr);
+    // A board without sensor has no such events.
+    if (id == 0 && one.mask == FC_REG_TEMPERATURE_EVENT && args.kinds.empty()) continue;
+    registrations.add(board, one.kind, id);
+  }
+  for (const uint16_t type : args.ct_types)
+    registrations.add(
+        board, "CT",
+        RegisterForCTEvents(number, type, reinterpret_cast<void (*)()>(on_ct), nullptr, nullptr));
+}
+
+// What a person reads besides time, board and kind.
+std::string detail_of(const Event &event) {
+  std::string text;
+  auto add = [&](const char *before, const Value &value, Kind kind, const char *after = "") {
+    if (value.is_null()) return;
+    if (!text.empty()) text += ", ";
+    text += before;
+    text += human(value, kind);
+    text += after;
+  };
+  add("", event.wwpn, Kind::text);
+  add("type ", event.gs_type, Kind::hex);
+  add("tag ", event.tag, Kind::hex);
+  add("code ", event.code, Kind::number);
+  add("", event.temperature, Kind::number, " C");
+  add("", event.payload, Kind::text);
+  return text.empty() ? "-" : text;
+}
+
+void show_line(Context &ctx, const std::string &time, const std::string &board, const std::string &kind,
+               const std::string &detail) {
+  const std::pair<const std::string &, size_t> cells[] = {{time, 24}, {board, 5}, {kind, 11}};
+  for (const auto &[text, width] : cells) {
+    ctx.out << text;
+    if (ctx.aligned() && text.size() < width) ctx.out << std::string(width - text.size(), ' ');
+    ctx.out << (ctx.aligned() ? "  " : "\t");
+  }
+  ctx.out << detail << std::endl;
 }
 
 void show_event(Context &ctx, const Event &event) {
   if (!ctx.json()) {
-    ctx.out << event.board << '\t' << event.kind << '\t' << human(event.detail, Kind::text) << std::endl;
+    show_line(ctx, event.time, std::to_string(event.board), event.kind, detail_of(event));
     return;
   }
   const Value document = {
@@ -143,7 +221,10 @@ void follow(Context &ctx, const Arguments &args) {
   const std::vector<Board> boards = ctx.boards.select(args.board);
   const InterruptGuard interrupt;
   ctx.streamed = true;
-  register_all(args, boards);
+  Registrations registrations;
+  for (const Board &board : boards)
+    register_all(args, board, registrations);
+  if (!ctx.json()) show_line(ctx, "TIME", "BOARD", "KIND", "DETAIL");
   for (unsigned shown = 0;
        ctx.out && InterruptGuard::caught() == 0 && (args.count == 0 || shown < args.count);) {
     Event event;
@@ -157,7 +238,6 @@ void follow(Context &ctx, const Arguments &args) {
     show_event(ctx, event);
     ++shown;
   }
-  unregister_all(boards);
 }
 
 struct Entry {
@@ -216,11 +296,17 @@ void add_event(CLI::App &root, Context &ctx) {
   auto args = std::make_shared<Arguments>();
   auto arguments = [args](CLI::App &app) {
     app.add_flag("--follow", args->follow, "Show events as they come, until interrupted");
-    app.add_option("--board", args->board, board_help);
+    app.add_option("--board", args->board, board_help)->type_name("BOARD");
     app.add_option("--kind", args->kinds, "Only these: link, rscn, vport-rscn, dump, temperature")
+        ->type_name("KIND")
         ->delimiter(',')
         ->check(CLI::IsMember({"link", "rscn", "vport-rscn", "dump", "temperature"}));
-    app.add_option("--count", args->count, "End after so many events");
+    app.add_option("--ct", args->ct_types,
+                   "Requests of these GS types, for example 0xfc; alone if no --kind is given")
+        ->type_name("GSTYPE")
+        ->delimiter(',')
+        ->check(CLI::Range(0, 255));
+    app.add_option("--count", args->count, "End after so many events")->type_name("N");
   };
   CLI::App *noun = add_noun(root, "event", "Events of the adapters and the fabric");
   add_standard_verb(*noun, "follow", "Show events as they come", ctx, arguments,
@@ -228,8 +314,10 @@ void add_event(CLI::App &root, Context &ctx) {
   CLI::App *verb =
       add_verb(*noun, "history", "Show what the library's rings have taken since the start of this command",
                ctx, [args](Context &c) { history(c, *args); });
-  verb->add_option("BOARD", args->board, board_help);
-  verb->add_option("--wait", args->wait, "Wait so many seconds first");
+  verb->add_option("BOARD", args->board, board_help)->type_name("");
+  verb->add_option("--wait", args->wait, "Wait so many seconds first")
+      ->type_name("SECONDS")
+      ->check(CLI::NonNegativeNumber);
 }
 
 }  // namespace hcxadm

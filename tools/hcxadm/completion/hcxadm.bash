@@ -25,6 +25,7 @@ _hcxadm() {
       mapfile -t COMPREPLY < <(compgen -d -- "$cur")
       return
       ;;
+    --board=) prev=--board ;;
     --*=)
       mapfile -t COMPREPLY < <(compgen -f -- "$cur")
       return
@@ -49,11 +50,11 @@ _hcxadm() {
   done
 
   words=$("$tool" words "${path[@]}" 2>/dev/null)
-  if [[ $'\n'$words$'\n' == *$'\n'BOARD$'\n'* && $cur != -* ]]; then
+  if [[ ($'\n'$words$'\n' == *$'\n'BOARD$'\n'* || $prev == --board) && $cur != -* ]]; then
     values=$("$tool" "${machine[@]}" --output json list 2>/dev/null |
       sed -n 's/^ *"board": \([0-9]*\),$/\1/p; s/^ *"host": "\(host[0-9]*\)",$/\1/p')
     # After the board has been given, nothing is offered for it again.
-    [[ ${path[-1]:-} =~ ^([0-9]+|host[0-9]+)$ ]] && values=
+    [[ $prev != --board && ${path[-1]:-} =~ ^([0-9]+|host[0-9]+)$ ]] && values=
   fi
   if [[ $'\n'$words$'\n' == *$'\n'CATEGORY$'\n'* && $cur != -* ]]; then
     values=$("$tool" log 2>/dev/null | cut -f 1 | grep -v CATEGORY)
