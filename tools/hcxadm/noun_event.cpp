@@ -30,11 +30,11 @@ struct Arguments {
 };
 
 struct Event {
-  std::string time;
+  std::string time = {};
   int board = 0;
   const char *kind = "";
   // Each null where the kind has none.
-  Value wwpn, payload, code, temperature, gs_type, tag;
+  Value wwpn = {}, payload = {}, code = {}, temperature = {}, gs_type = {}, tag = {};
 };
 
 // What the registered functions leave behind; they know their board and nothing else.
