@@ -474,7 +474,9 @@ TEST_F(EventTest, EveryKindHasOneWay) {
     m.clear_records();
     signal_async_event_handler(3, 1, row.code, data, sizeof data);
     EXPECT_EQ(count, row.calls) << row.code << " " << row.kind;
-    if (row.log) EXPECT_TRUE(m.logged(std::string("signal_async_event_handler - ") + row.log)) << row.log;
+    if (row.log) {
+      EXPECT_TRUE(m.logged(std::string("signal_async_event_handler - ") + row.log)) << row.log;
+    }
   }
 }
 
