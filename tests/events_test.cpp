@@ -650,7 +650,8 @@ TEST(RealNetlink, WaitsReceivesAndIsWoken) {
   auto send = [&] {
     return sendto(sender, text, sizeof text, 0, reinterpret_cast<sockaddr *>(&group), sizeof group);
   };
-  ASSERT_EQ(send(), static_cast<ssize_t>(sizeof text)) << strerror(errno);
+  // Whoever is in the group has it, though nobody in the kernel takes it.
+  ASSERT_TRUE(send() > 0 || errno == ECONNREFUSED) << strerror(errno);
   EXPECT_EQ(real.netlink_wait(socket, &none), 1);
   EXPECT_EQ(real.netlink_receive(socket, &datagram), static_cast<ssize_t>(sizeof text));
   EXPECT_EQ(memcmp(datagram.bytes, text, sizeof text), 0);
