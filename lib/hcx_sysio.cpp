@@ -169,6 +169,9 @@ class PosixMachine final : public Machine {
   int parent_pid() override { return ::getppid(); }
 
   time_t now() override { return ::time(nullptr); }
+  int clock_resolution(timespec *resolution) override {
+    return result(::clock_getres(CLOCK_REALTIME, resolution));
+  }
 
   void sleep_us(uint64_t microseconds) override {
     timespec rest = {static_cast<time_t>(microseconds / 1000000),

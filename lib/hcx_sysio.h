@@ -98,6 +98,8 @@ class Machine {
   virtual int parent_pid() { return 1; }
 
   virtual time_t now() = 0;
+  // Of the real-time clock.
+  virtual int clock_resolution(timespec *resolution) = 0;
   // Waits at least so long; signals do not cut it short.
   virtual void sleep_us(uint64_t microseconds) = 0;
   // The computer's name, cut to size - 1 characters and terminated.

@@ -192,11 +192,15 @@ bool attr_test(const Attr &attr) {
   return attr_open(attr, O_RDONLY).ok();
 }
 
-size_t attr_read_bin(const Attr &attr, void *buff, off_t offset, size_t count) {
+ssize_t attr_read_some(const Attr &attr, void *buff, off_t offset, size_t count) {
   if (!buff) return 0;
   Fd fd = attr_open(attr, O_RDONLY);
   if (!fd.ok() || !place(fd.get(), offset)) return 0;
-  const ssize_t n = sysio::machine().read(fd.get(), buff, count);
+  return sysio::machine().read(fd.get(), buff, count);
+}
+
+size_t attr_read_bin(const Attr &attr, void *buff, off_t offset, size_t count) {
+  const ssize_t n = attr_read_some(attr, buff, offset, count);
   return n < 0 ? 0 : static_cast<size_t>(n);
 }
 
@@ -252,6 +256,11 @@ bool attr_exists(const char *dir, const char *file) {
 
 size_t attr_read_binfile(const char *dir, const char *file, void *buff, off_t offset, size_t count) {
   return attr_offered(dir, file) ? attr_read_bin({"hcx_sysfs_read_binfile", dir, file}, buff, offset, count)
+                                 : 0;
+}
+
+ssize_t attr_read_part(const char *dir, const char *file, void *buff, off_t offset, size_t count) {
+  return attr_offered(dir, file) ? attr_read_some({"hcx_sysfs_read_binfile", dir, file}, buff, offset, count)
                                  : 0;
 }
 

@@ -33,6 +33,8 @@ uint32_t attr_hex32(const Attr &attr);
 uint64_t attr_hex64(const Attr &attr);
 int attr_write(const Attr &attr, const char *text);
 bool attr_test(const Attr &attr);
+// The bytes read, 0 for what cannot be opened or has no such offset, a negated errno when the read itself failed.
+ssize_t attr_read_some(const Attr &attr, void *buff, off_t offset, size_t count);
 size_t attr_read_bin(const Attr &attr, void *buff, off_t offset, size_t count);
 size_t attr_write_bin(const Attr &attr, const void *buff, off_t offset, size_t count);
 int attr_lock(const Attr &attr);

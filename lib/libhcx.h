@@ -25,6 +25,8 @@ uint64_t attr_read_hex64(const char *dir, const char *file);
 int attr_write_str(const char *dir, const char *file, const char *text);
 bool attr_exists(const char *dir, const char *file);
 size_t attr_read_binfile(const char *dir, const char *file, void *buff, off_t offset, size_t count);
+// As attr_read_binfile(), but a read that failed is told from one that came to the end: its negated errno.
+ssize_t attr_read_part(const char *dir, const char *file, void *buff, off_t offset, size_t count);
 size_t attr_write_binfile(const char *dir, const char *file, const void *buff, off_t offset, size_t count);
 int attr_lock_binfile(const char *dir, const char *file);
 

@@ -575,6 +575,13 @@ int Machine::host_name(char *buf, size_t size) {
   return 0;
 }
 
+int Machine::clock_resolution(timespec *answer) {
+  const std::lock_guard guard(mutex_);
+  if (const int rc = enter(Verb::clock_resolution, ""); rc != 0) return rc;
+  *answer = resolution;
+  return 0;
+}
+
 time_t Machine::now() {
   {
     const std::lock_guard guard(mutex_);

@@ -57,6 +57,7 @@ enum class Verb {
   spawn,
   signal,
   wait_child,
+  clock_resolution,
   count_
 };
 
@@ -174,6 +175,8 @@ class Machine : public hcx::sysio::Machine {
 
   // What now() answers; 0 = the real time.
   std::atomic<time_t> clock{1700000000};
+  // What clock_resolution() answers.
+  timespec resolution = {0, 1};
 
   // --- state that outlives the process (in memory only unless a folder is set) ---
   // Uses a folder shared with other processes: written attributes and host state are loaded from it now and
@@ -240,6 +243,7 @@ class Machine : public hcx::sysio::Machine {
   int wait_child(int pid, int *status, int options) override { return processes_.wait(pid, status, options); }
   int parent_pid() override { return processes_.parent_pid(); }
   time_t now() override;
+  int clock_resolution(timespec *answer) override;
   int host_name(char *buf, size_t size) override;
   // Recorded; with a state folder also slept, for a tenth of a second at most.
   void sleep_us(uint64_t microseconds) override;

@@ -50,6 +50,7 @@ class RootedMachine : public hcx::sysio::Machine {
   }
   void netlink_free(hcx::sysio::Netlink *socket) override { real_.netlink_free(socket); }
   time_t now() override { return real_.now(); }
+  int clock_resolution(timespec *answer) override { return real_.clock_resolution(answer); }
   void sleep_us(uint64_t microseconds) override { real_.sleep_us(microseconds); }
   int host_name(char *buf, size_t size) override { return real_.host_name(buf, size); }
   void syslog_open(const char *, int, int) override {}
