@@ -276,11 +276,17 @@ void happen(sim::Machine &machine, sim::Host &host, const std::vector<std::strin
   } else if (kind == "ct") {
     arguments(2, 2);
     events.ct(host, number_of(words[1]), bytes_of(words[2]));
+  } else if (kind == "diag") {
+    try {
+      events.diagnostic(host, {words.begin() + 1, words.end()});
+    } catch (const std::runtime_error &error) {
+      throw Usage(error.what());
+    }
   } else if (kind == "raw") {
     arguments(1, 2);
     events.post(host, number_of(words[1]), words.size() > 2 ? bytes_of(words[2]) : "");
   } else {
-    throw Usage("no event \"" + kind + "\": link-down, link-up, rscn, dump, temperature, ct, raw");
+    throw Usage("no event \"" + kind + "\": link-down, link-up, rscn, dump, temperature, ct, diag, raw");
   }
 }
 
@@ -376,9 +382,9 @@ int main_with(int argc, char **argv) {
   auto *host = event->add_option("--host", happening.host, "Kernel host number")->excludes(script);
   event->add_option("--count", happening.count, "So many times")->check(CLI::PositiveNumber);
   event
-      ->add_option(
-          "KIND", happening.words,
-          "link-down, link-up, rscn PAGE..., dump, temperature CODE CELSIUS, ct GSTYPE HEX, raw CODE [HEX]")
+      ->add_option("KIND", happening.words,
+                   "link-down, link-up, rscn PAGE..., dump, temperature CODE CELSIUS, ct GSTYPE HEX, "
+                   "diag WHAT [WWPN [...]], raw CODE [HEX]")
       ->needs(host);
   event->callback([&] {
     if (happening.script.empty() && happening.words.empty())

@@ -18,6 +18,7 @@ void install_areas(Machine &machine) {
   install_loopback(machine);
   install_registers(machine);
   install_events(machine);
+  install_latency(machine);
 }
 
 }  // namespace sim

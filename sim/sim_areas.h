@@ -24,5 +24,6 @@ void install_board_control(Machine &machine);
 void install_loopback(Machine &machine);
 void install_registers(Machine &machine);
 void install_events(Machine &machine);
+void install_latency(Machine &machine);
 
 }  // namespace sim

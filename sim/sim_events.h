@@ -24,6 +24,10 @@ class Events {
   void rscn(Host &host, const std::vector<uint32_t> &pages);
   void dump(Host &host);
   void temperature(Host &host, uint32_t code, uint32_t celsius);
+  // A diagnostic event of the driver: its kind, the port name that it is about (the first target's when left out), and
+  // by kind another name or numbers; docs/hcxsim.md lists them. Throws std::runtime_error.
+  void diagnostic(Host &host, const std::vector<std::string> &words);
+  static std::vector<std::string> diagnostic_kinds();
   // Any vendor unique event: its kind, then the data.
   void vendor(Host &host, uint32_t kind, std::string_view data);
   // Any event of the transport.

@@ -404,11 +404,7 @@ void Host::build_driver_attributes(const std::string &dir) {
   put("max_vpi", std::to_string(npiv ? spec_.max_vports : 0));
   put("used_vpi", "0");
   put("vosk_temp_sensor", spec_.temp_sensor ? "1" : "0");
-  put("vosk_stat_data_ctrl",
-      "Statistics Data enabled :0, blocked :0, Bucket type :No Bucket, Bucket base :0, Bucket step :0,\n"
-      "Bucket ranges :",
-      0644);
-  vfs.put_binary(dir + "vosk_drvr_stat_data", "", 0444, 0);
+  put("vosk_stat_data_ctrl", "", 0644);
   std::string registers(256, '\0');
   for (size_t i = 0; i < registers.size(); i++)
     registers[i] = static_cast<char>(i);
