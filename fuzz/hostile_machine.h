@@ -151,6 +151,11 @@ class HostileMachine final : public hcx::sysio::Machine {
     return 0;
   }
   time_t now() override { return clock_ += input_.ConsumeIntegral<int8_t>(); }
+  int clock_resolution(timespec *resolution) override {
+    if (refuses()) return error();
+    *resolution = {input_.ConsumeIntegral<time_t>(), input_.ConsumeIntegralInRange<long>(0, 999999999)};
+    return 0;
+  }
   void sleep_us(uint64_t) override {}
   int host_name(char *buf, size_t size) override {
     if (size == 0 || refuses()) return -EINVAL;
@@ -211,7 +216,16 @@ class HostileMachine final : public hcx::sysio::Machine {
                                         "",
                                         "\n",
                                         "offline\n",
-                                        "unknown\n"};
+                                        "unknown\n",
+                                        "Data enabled :0, blocked :0, Bucket type :linear, Bucket base :10, "
+                                        "Bucket step :5\nBucket ranges :1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 "
+                                        "16 17 18 19 20 \n",
+                                        "Data enabled :1, blocked :0, Bucket type :power2, Bucket base :0, "
+                                        "Bucket step :5\nBucket ranges :5 10 20",
+                                        "500601603ea01001:0000000001,0000000002,0000000003,0000000004,"
+                                        "0000000005,0000000006,0000000007,0000000008,0000000009,0000000010,"
+                                        "0000000011,0000000012,0000000013,0000000014,0000000015,0000000016,"
+                                        "0000000017,0000000018,0000000019,0000000020,\n"};
     if (input_.ConsumeBool()) return input_.PickValueInArray(texts);
     return input_.ConsumeRandomLengthString(4096);
   }

@@ -184,6 +184,7 @@ uint32_t HCX_InitDiagEnv(hcx_brdinfo *ba, uint32_t count) {
     HCX_LOG(LOG_ADMIN, "callers limit %d allocated %d scanned %d", static_cast<int>(count),
             static_cast<int>(boards), static_cast<int>(hosts));
   }
+  hcx_sd_init(ba, boards);
   if (open_voskhcx() != 0) {
     HCX_FreeDiagEnv();
     HCX_LOG(LOG_ERROR, "open_voskhcx failed");
@@ -206,6 +207,7 @@ uint32_t InitDiagEnv(brdinfo *ba) {
 
 uint32_t HCX_FreeDiagEnv(void) {
   HCX_TRACE();
+  hcx_sd_deinit();
   // The listener walks the hosts, so it goes first.
   net_link_exit();
   if (listeners_left_behind() == 0) {

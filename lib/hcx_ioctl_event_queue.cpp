@@ -9,11 +9,6 @@
 #include "hcx_ioctl_event.h"
 #include "libhcx.h"
 
-// The SAN diagnostic service, where it is built in.
-extern "C" __attribute__((weak)) void hcx_sd_async_event_handler(uint32_t host_no, uint32_t seq_num,
-                                                                 uint32_t event_code, uint32_t *event_data,
-                                                                 uint32_t length);
-
 using namespace hcx;
 
 namespace {
@@ -79,8 +74,7 @@ Delivery classify_vendor(uint32_t host_no, uint32_t seq_num, uint32_t *data, uin
       break;
     default:
       libhcx_syslog(LOG_IOCTL, "%s - host_no %d san diag event", kCaller, static_cast<int>(host_no));
-      if (hcx_sd_async_event_handler)
-        hcx_sd_async_event_handler(host_no, seq_num, VOSKH_EVT_VENDOR_UNIQUE, data, length);
+      hcx_sd_async_event_handler(host_no, seq_num, VOSKH_EVT_VENDOR_UNIQUE, data, length);
       break;
   }
   delivery.event.data = word(data, 0);

@@ -22,6 +22,7 @@
 #include "hcx_bsg.h"
 #include "hcx_mmm.h"
 #include "hcx_util.h"
+#include "sd_api.h"
 #include "vosk_nl.h"
 
 #ifdef __cplusplus

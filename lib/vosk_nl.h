@@ -72,6 +72,80 @@ struct vosk_temp_event {
   uint32_t data;
 };
 
+/*
+ * Data of the SAN diagnostic events, VOSK_NL_EVENT_ELS to VOSK_NL_EVENT_ADAPTER. The subcategory is one bit; sd_api.h
+ * names them. wwpn and wwnn are the other port's.
+ */
+struct vosk_to_libhcx_header {
+  uint32_t event_type;
+  uint32_t subcategory;
+};
+
+struct vosk_els_event_header {
+  uint32_t event_type;
+  uint32_t subcategory;
+  uint8_t wwpn[8];
+  uint8_t wwnn[8];
+};
+
+struct vosk_lsrjt_event {
+  struct vosk_els_event_header header;
+  uint32_t command;
+  uint32_t reason_code;
+  uint32_t explanation;
+};
+
+struct vosk_logo_event {
+  struct vosk_els_event_header header;
+  uint8_t logo_wwpn[8];
+};
+
+struct vosk_fabric_event_header {
+  uint32_t event_type;
+  uint32_t subcategory;
+  uint8_t wwpn[8];
+  uint8_t wwnn[8];
+};
+
+struct vosk_fcprdchkerr_event {
+  struct vosk_fabric_event_header header;
+  uint32_t lun;
+  uint32_t opcode;
+  uint32_t fcpiparam;
+};
+
+struct vosk_scsi_event_header {
+  uint32_t event_type;
+  uint32_t subcategory;
+  uint32_t lun;
+  uint8_t wwpn[8];
+  uint8_t wwnn[8];
+};
+
+struct vosk_scsi_varqueuedepth_event {
+  struct vosk_scsi_event_header header;
+  uint32_t oldval;
+  uint32_t newval;
+};
+
+struct vosk_scsi_check_condition_event {
+  struct vosk_scsi_event_header header;
+  uint8_t opcode;
+  uint8_t sense_key;
+  uint8_t asc;
+  uint8_t ascq;
+};
+
+struct vosk_board_event_header {
+  uint32_t event_type;
+  uint32_t subcategory;
+};
+
+struct vosk_adapter_event_header {
+  uint32_t event_type;
+  uint32_t subcategory;
+};
+
 #ifdef __cplusplus
 }
 #endif
