@@ -175,6 +175,7 @@ TEST_F(LatencyTest, CollectionHasItsOrder) {
   walk({{&LatencyTest::start, SD_ERROR_BUCKET_NOTSET, nullptr},
         {&LatencyTest::stop, SD_ERROR_BUCKET_NOTSET, nullptr},
         {&LatencyTest::reset, SD_ERROR_BUCKET_NOTSET, nullptr}});
+  EXPECT_EQ(reset(1), SD_ERROR_BUCKET_NOTSET);
   expect_logged("HCX_SD_Reset_Data_Collection - board 1 bucket not set");
   ASSERT_EQ(set(), SD_OK);
   commands();

@@ -14,6 +14,7 @@
   NOUN(map)                \
   NOUN(stats)              \
   NOUN(link)               \
+  NOUN(latency)            \
   NOUN(scsi)               \
   NOUN(metrics)            \
   NOUN(param)              \
