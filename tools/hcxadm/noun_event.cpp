@@ -10,6 +10,7 @@
 #include <deque>
 #include <mutex>
 
+#include "diag_event.h"
 #include "interrupt.h"
 #include "nouns.h"
 
@@ -34,7 +35,7 @@ struct Event {
   int board = 0;
   const char *kind = "";
   // Each null where the kind has none.
-  Value wwpn = {}, payload = {}, code = {}, temperature = {}, gs_type = {}, tag = {};
+  Value wwpn = {}, payload = {}, code = {}, temperature = {}, gs_type = {}, tag = {}, diagnostic = {};
 };
 
 // What the registered functions leave behind; they know their board and nothing else.
@@ -94,6 +95,11 @@ static void on_temperature(uint32_t board, uint32_t code, uint32_t celsius) {
 static void on_ct(uint32_t board, void *request, uint32_t length, uint32_t tag, uint32_t gs_type) {
   queue.put(board, {.kind = "ct", .payload = hex_value(request, length), .gs_type = gs_type, .tag = tag});
 }
+// Runs with the locks of the diagnostic service held, as the others do not; it calls nothing of the library.
+static void on_diagnostic(uint32_t board, HBA_WWN, uint32_t category, uint32_t subcategory, void *,
+                          SD_event *event) {
+  queue.put(board, {.kind = "diag", .diagnostic = diag_value(category, subcategory, *event)});
+}
 }
 
 struct Followed {
@@ -119,6 +125,7 @@ const ColumnOf<Event> columns[] = {
     {"temperature", "TEMPERATURE C", Kind::number, In::rows, [](const Event &e) { return e.temperature; }},
     {"gs_type", "GS TYPE", Kind::hex, In::rows, [](const Event &e) { return e.gs_type; }},
     {"tag", "TAG", Kind::hex, In::rows, [](const Event &e) { return e.tag; }},
+    {"diagnostic", "DIAGNOSTIC", Kind::nested, In::rows, [](const Event &e) { return e.diagnostic; }},
 };
 
 // The registrations of this command; taken back at its end, however it ends.
@@ -130,6 +137,8 @@ class Registrations {
   ~Registrations() {
     for (const auto &[board, id] : ids_)
       HCX_unRegisterForEvent(board, id);
+    for (const auto &[board, handle] : handles_)
+      HCX_SD_unRegisterForEvent(board, {}, handle);
   }
   void add(const Board &board, const std::string &kind, uint32_t id) {
     if (id == 0)
@@ -141,9 +150,20 @@ class Registrations {
                      .todo = "look at syslog after \"hcxadm log set error\""});
     ids_.emplace_back(static_cast<uint32_t>(board.number), id);
   }
+  void add_diagnostic(const Board &board, const DiagKind &kind) {
+    const auto number = static_cast<uint32_t>(board.number);
+    uint32_t handle;
+    const int32_t result =
+        HCX_SD_RegisterForEvent(number, {}, kind.category, kind.subcategory, this, &handle, on_diagnostic);
+    if (result != SD_OK)
+      throw call_failure(Family::sd, result, std::string("registering for ") + kind.word + " events",
+                         board.name());
+    handles_.emplace_back(number, handle);
+  }
 
  private:
   std::vector<std::pair<uint32_t, uint32_t>> ids_;
+  std::vector<std::pair<uint32_t, uint32_t>> handles_;  // of diagnostic events
 };
 
 bool wanted(const Arguments &args, const char *kind) {
@@ -160,6 +180,9 @@ void register_all(const Arguments &args, const Board &board, Registrations &regi
     if (id == 0 && one.mask == FC_REG_TEMPERATURE_EVENT && args.kinds.empty()) continue;
     registrations.add(board, one.kind, id);
   }
+  if (wanted(args, "diag"))
+    for (const DiagKind &kind : diag_kinds)
+      registrations.add_diagnostic(board, kind);
   for (const uint16_t type : args.ct_types)
     registrations.add(
         board, "CT",
@@ -182,6 +205,7 @@ std::string detail_of(const Event &event) {
   add("code ", event.code, Kind::number);
   add("", event.temperature, Kind::number, " C");
   add("", event.payload, Kind::text);
+  if (!event.diagnostic.is_null()) text += diag_text(event.diagnostic);
   return text.empty() ? "-" : text;
 }
 
@@ -297,10 +321,10 @@ void add_event(CLI::App &root, Context &ctx) {
   auto arguments = [args](CLI::App &app) {
     app.add_flag("--follow", args->follow, "Show events as they come, until interrupted");
     app.add_option("--board", args->board, board_help)->type_name("BOARD");
-    app.add_option("--kind", args->kinds, "Only these: link, rscn, vport-rscn, dump, temperature")
+    app.add_option("--kind", args->kinds, "Only these: link, rscn, vport-rscn, dump, temperature, diag")
         ->type_name("KIND")
         ->delimiter(',')
-        ->check(CLI::IsMember({"link", "rscn", "vport-rscn", "dump", "temperature"}));
+        ->check(CLI::IsMember({"link", "rscn", "vport-rscn", "dump", "temperature", "diag"}));
     app.add_option("--ct", args->ct_types,
                    "Requests of these GS types, for example 0xfc; alone if no --kind is given")
         ->type_name("GSTYPE")
