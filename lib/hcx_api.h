@@ -355,6 +355,60 @@ typedef struct HCX_QoSConfig {
   HCX_QoSEntry fcQoSEntry[1];
 } HCX_QoSConfig;
 
+/* ---- FCoE ---- */
+
+/* A forwarder (FCF) that an FCoE port knows. */
+typedef struct HCX_FCOEFCFINFO {
+  uint8_t fabricName[8];
+  uint8_t switchName[8];
+  uint8_t mac[6];
+  uint16_t state;          /* 1: available */
+  uint8_t vlanBitmap[512]; /* bit n % 8 of byte n / 8: VLAN n */
+  uint8_t fcMap[3];
+  uint8_t reserved1;
+  uint32_t lkaPeriod; /* FIP keep-alive period in milliseconds */
+  uint8_t reserved2[4];
+  uint32_t priority; /* FIP priority */
+} HCX_FCOEFCFINFO, HCX_FCoEFCFInfo;
+
+/* The forwarders: as many entries as it says stand behind the head. */
+typedef struct HCX_FCOEFCFLIST {
+  uint8_t version; /* 1 */
+  uint8_t reserved[3];
+  uint16_t numberOfEntries; /* in: room in entries; out: forwarders found */
+  uint16_t nActiveFCFs;     /* 1: the port is logged into a fabric */
+  HCX_FCOEFCFINFO entries[1];
+} HCX_FCOEFCFLIST, HCX_FCoEFCFList;
+
+/* A forwarder that a port may use. */
+typedef struct HCX_FCOEFCFCONNECTENTRY {
+  uint16_t flags; /* bits 0x3f; 0x01 is set by the library */
+  uint16_t vlanId;
+  uint8_t fabricName[8];
+  uint8_t switchName[8];
+  uint8_t reserved[2];
+} HCX_FCOEFCFCONNECTENTRY, HCX_FCoEFCFConnectEntry;
+
+/* The forwarders that a port may use: as many entries as it says stand behind the head. */
+typedef struct HCX_FCOEFCFCONNECTLIST {
+  uint8_t version; /* 1 */
+  uint8_t reserved;
+  uint8_t numberOfEntries; /* in and out */
+  uint8_t maxNumOfEntries; /* out: 16 */
+  HCX_FCOEFCFCONNECTENTRY entries[1];
+} HCX_FCOEFCFCONNECTLIST, HCX_FCoEConnectList;
+
+enum { VLAN_ID_INVALID = 0, VLAN_ID_VALID = 1 };
+
+/* FIP parameters. */
+typedef struct HCX_FCOEPARAM {
+  uint8_t version; /* 1 */
+  uint8_t reserved[3];
+  uint8_t FCMap[3];
+  uint8_t VLanValid; /* VLAN_ID_VALID: VLanId applies */
+  uint16_t VLanId;
+} HCX_FCOEPARAM, HCX_FCoEParam;
+
 /* ---- Adapter mailbox ---- */
 
 /* Command codes. */

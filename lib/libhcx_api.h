@@ -970,6 +970,202 @@ int read_password(char *line, KRX_AUTH_PASSWD *password);
  */
 void write_password(FILE *fp, KRX_AUTH_PASSWD *password);
 
+/* ---- Configuration regions ---- */
+/*
+ * Regions of the adapter's flash. A region is written whole: what the adapter had stored in it before is gone.
+ * Region 23 has 1024 bytes: "RG23", revision 1 and three zeros, then records of a type byte, a length in words of what
+ * follows the record's first four bytes, and two bytes of its own; a record of the type 0xff ends them. Types: 0xa0 FIP
+ * parameters, 0xa1 FCF connect list, 0xa2 drivers' record.
+ * Results: 0; 1 error; 2 type not supported, or refused by the adapter; 3 wrong SLI mode, or a signature that is not
+ * that of region 23; any other that a call names. The calls send MBX_DUMP_MEMORY or MBX_UPDATE_CFG, again once when
+ * the adapter is busy, and wait as a mailbox command does. They may be called from any thread; reading, editing and
+ * writing are separate commands, between which another process may write.
+ */
+
+/*
+ * Reads bytes of a region, with as many commands as that takes.
+ * type: of the dump, 2 for a whole region. region: its number. offset: where to begin, at most 65535. pBuffer, pLength:
+ * room on input, at most 1792 bytes on SLI-4; the bytes read on output, also when the call fails. SLI-3 adapters
+ * deliver whole words, so there only a multiple of 4 is read. mbStatus: out, mailbox status of the last command.
+ * tContext1: context byte of the command, 0 (SLI-4 only).
+ * Returns 0; 1 unknown SLI mode or a null pointer; else the result of the mailbox command that failed.
+ */
+uint32_t getRegionData(uint32_t board, uint32_t type, uint32_t region, uint32_t offset, uint8_t *pBuffer,
+                       uint32_t *pLength, uint16_t *mbStatus, uint32_t tContext1);
+
+/*
+ * The same on SLI-4 adapters, with the mailbox status as a result.
+ * Returns also 3 for adapters below SLI-4 and unknown boards; 4 the region is not initialised; 5 it has no entry; 6 it
+ * has no valid entry; 7 *pLength is 0.
+ */
+uint32_t HCX_IssueDumpMBox(uint32_t board, uint32_t type, uint32_t tContext1, uint32_t region,
+                           uint32_t offset, uint8_t *pBuffer, uint32_t *pLength);
+
+/*
+ * Writes a region.
+ * type: 2 (or 4). region_length: bytes of the region; pBuffer holds *pLength of them, zeros stand for the rest.
+ * offset: not used. pLength: out, the bytes written. responseInfo: out, the adapter's response, 0 or negative.
+ * pBuffer is not changed. Returns 0; 1 unknown SLI mode or a null pointer; 2 another type; else the result of the
+ * mailbox command.
+ */
+uint32_t setRegionData(uint32_t board, uint32_t type, uint32_t region, uint32_t region_length,
+                       uint32_t offset, uint8_t *pBuffer, uint32_t *pLength, int32_t *responseInfo);
+
+/*
+ * Writes a region on an SLI-4 adapter.
+ * reqType: 2. Returns 0; 1 also for the types 1 and 3, and when not all bytes were written; 2 another type; 3 adapters
+ * below SLI-4 and unknown boards.
+ */
+uint32_t HCX_IssueUpdateCfgMBox(uint32_t board, uint32_t reqType, uint32_t region, uint8_t *pBuffer,
+                                uint32_t length, int32_t *pRespInfo);
+
+/*
+ * Reads region 23 and finds a record.
+ * type: 0xa0, 0xa1, or 0xa2 for the record with this library's driver id, 0x0020. region_data: out, 1024 bytes.
+ * offset: out, where the record begins; where the end mark stands when there is no such record; 0 for a region that
+ * reads back empty; else -1. mbStatus: out, the mailbox status, or 0xfff7 for a region that reads back empty.
+ * Returns 0; -2 no such record; -7 the records run out of the region; 1 the region is empty or shorter than 1024
+ * bytes; 3 another signature; else the result of getRegionData().
+ */
+uint32_t get_r23_TLV(uint32_t board, uint32_t type, uint8_t *region_data, int32_t *offset,
+                     uint16_t *mbStatus);
+
+/*
+ * Writes an empty region 23; what it held is lost.
+ * region_data: out, its 1024 bytes. offset: out, 8, where its first record belongs; -1 when writing failed.
+ * responseInfo: out, as from setRegionData(). Returns what that returns.
+ */
+uint32_t initRegion23(uint32_t board, uint8_t *region_data, int32_t *offset, int32_t *responseInfo);
+
+/*
+ * The steps below edit an image of region 23 in memory; none reads or writes outside of its 1024 bytes. option: 1 holds
+ * the link down, any other value is normal. Each returns 0, or 1 and then, unless it says otherwise, has changed
+ * nothing.
+ *
+ * Makes a drivers' record with a port status, and the end mark behind it, at the place of the end mark.
+ */
+uint32_t create_driver_specific(uint32_t option, int32_t offset, uint8_t *region_data);
+
+/*
+ * Writes the setting into the drivers' record at `offset`, which grows by a word when it has no port status yet; what
+ * stands behind the record may be overwritten then. new_length: out, bytes of the record, also on failure.
+ */
+uint32_t rebuild_port_status(uint8_t *region_data, uint32_t option, int32_t offset, uint32_t *new_length);
+
+/*
+ * Copies an image without the drivers' record at `offset` to rebuild_data.
+ * end_offset: out, the last place that looks like the end mark; offset + 4 on failure, after which rebuild_data may
+ * hold a part only.
+ */
+uint32_t remove_driver_specific(uint8_t *region_data, uint8_t *rebuild_data, int32_t offset,
+                                int32_t *end_offset);
+
+/*
+ * Appends the drivers' record at `offset` of region_data, driver_specific_length bytes, to rebuild_data at the place of
+ * its end mark, and copies the whole back over region_data.
+ * Returns 1 when record and end mark do not fit.
+ */
+uint32_t add_driver_specific(uint8_t *region_data, int32_t offset, uint8_t *rebuild_data,
+                             int32_t rebuild_end_offset, uint32_t driver_specific_length);
+
+/* ---- FCoE forwarders and parameters ---- */
+/*
+ * For FCoE ports. Records have the version 1; a call with another one sets it and returns 4. Results: 0; 1 error or
+ * null pointer; 2 not an FCoE port; 3 no such board; 4 wrong version; 5 invalid flags; 7 more entries than there was
+ * room for (or more than there may be). All but the first call read or write region 23, see there.
+ */
+
+/*
+ * Lists the forwarders that the port knows.
+ * pFCFList: in: version, numberOfEntries as room; out: the entries, how many there are, whether the port is logged in.
+ * Returns 7 with the first entries when there are more. Reads the port's attributes, then sends one MBX_SLI_CONFIG
+ * command (READ_FCF_TABLE) for each forwarder; a chain of forwarders that never ends is an error.
+ */
+uint32_t HCX_FCoEGetFCFList(uint32_t board, HCX_FCoEFCFList *pFCFList);
+
+/*
+ * Replaces the list of forwarders that the port may use.
+ * pFCFConnectList: up to 16 entries with flags of 0x3f; none: any forwarder. vlanId goes into the region as it stands
+ * in memory. Returns 5 for other flags, 7 for more entries (numberOfEntries is then 16); nothing is written then.
+ */
+uint32_t HCX_FCoESetFCFConnectList(uint32_t board, HCX_FCoEConnectList *pFCFConnectList);
+
+/*
+ * Reads that list. Entries come without flag 0x01; vlanId comes with its bytes exchanged against what was written.
+ * A region that cannot be read, and one without list, gives no entries and 0.
+ */
+uint32_t HCX_FCoEGetFCFConnectList(uint32_t board, HCX_FCoEConnectList *pFCFConnectList);
+
+/*
+ * Writes the FIP parameters. VLanValid: VLAN_ID_VALID, or VLAN_ID_INVALID for no VLAN.
+ */
+uint32_t HCX_FCoESetParams(uint32_t board, HCX_FCoEParam *pParam);
+
+/*
+ * Reads the FIP parameters. VLanValid is always VLAN_ID_VALID, VLanId 0 where no VLAN is set. A region that cannot be
+ * read, and one without parameters, gives the defaults (FC-MAP 0e fc 00) and 0.
+ */
+uint32_t HCX_FCoEGetParams(uint32_t board, HCX_FCoEParam *pParam);
+
+/* ---- Persistent link down ---- */
+/*
+ * Whether a Fibre Channel port stays down across resets and reboots. Results: 0; 1 error or null pointer; 2 an FCoE
+ * port, or one without a link of its own; 3 no such board, or its PCI device is unknown. Reads and writes region 23,
+ * see there.
+ */
+
+/*
+ * Writes the setting: 1 to hold the link down, 0 for normal.
+ * A region 23 that was never written, or has another signature, is made anew and its contents are lost; all other
+ * records are kept. An image that is damaged, or has no room, is not written. Returns 4 for another value; else also
+ * the result of the mailbox command that wrote.
+ */
+uint32_t HCX_SetPersistLinkDown(uint32_t board, uint16_t linkDownConfig);
+
+/*
+ * Reads the setting, 0 where nothing is set.
+ * Returns also 3 for a region of another signature, -7 where its records run out of it, and the result of the mailbox
+ * command that failed.
+ */
+uint32_t HCX_GetPersistLinkDown(uint32_t board, uint16_t *linkDownConfig);
+
+/* ---- FCP priority and quality of service ---- */
+/*
+ * Results: 0; 1 error, a null pointer, or a table of more than 64 KiB; 2 not supported; 3 no such board.
+ */
+
+/*
+ * Replaces the priority table.
+ * pQosConfig: in; out ordered from the most specific entry to the least (order_fcp_priority_list()).
+ * Returns also what send_bsg_set_fcp_priority() returns.
+ */
+uint32_t HCX_QoSSetConfig(uint32_t board, HCX_QoSConfig *pQosConfig);
+
+/*
+ * Reads the priority table.
+ * pQosConfig: in numberOfEntries as room; out the driver's count, and as many entries as there was room for.
+ * Returns 7 when there are more; also what send_bsg_get_fcp_priority() returns.
+ */
+uint32_t HCX_QoSGetConfig(uint32_t board, HCX_QoSConfig *pQosConfig);
+
+/* Switches priorities on (1) or off (0). Writes "vosk_enable_fcp_priority" of the SCSI host. */
+uint32_t HCX_QoSSetGlobalFlag(uint32_t board, uint32_t flag);
+
+/* Reads that switch. Returns 2 when the driver has none, 1 when it is neither 0 nor 1 (*pflag is set all the same). */
+uint32_t HCX_QoSGetGlobalFlag(uint32_t board, uint32_t *pflag);
+
+/*
+ * Speed of the logical link as the adapter's description has it, a tenth of the number there; 0xffff: unknown.
+ * Returns 2 for adapters other than SLI-4, 1 when the description is missing or has no number. Reads the inventory.
+ */
+uint32_t HCX_GetQoSLinkSpeed(uint32_t board, uint16_t *pQoSSpeed);
+
+/*
+ * Orders a table in place: fully specified entries, then those with an open LUN range, any LUN, any target, any source;
+ * of one kind, the last one given comes first. Returns 0; 1 no memory, null pointer or too many entries.
+ */
+int order_fcp_priority_list(HCX_QoSConfig *pQosConfig);
+
 #pragma GCC visibility pop
 
 #ifdef __cplusplus
