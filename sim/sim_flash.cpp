@@ -28,14 +28,56 @@ std::string reversed_words(std::string bytes) {
   return bytes;
 }
 
-// As the boards leave the factory: no region 23 on the old ones, an empty one on SLI-4, FIP parameters on FCoE.
+std::string with_header(std::string records) {
+  records.insert(0, "RG23\x01\0\0\0", 8);
+  return records;
+}
+
+// Records of a foreign type, nine of 112 bytes, and an end mark in the last word but one: no room for anything.
+std::string full_region() {
+  std::string records;
+  for (int i = 0; i < 9; ++i) {
+    std::string record(112, static_cast<char>('a' + i));
+    record[0] = '\x30';
+    record[1] = 27;
+    records += record;
+  }
+  return with_header(records + std::string("\xff\0\0\0", 4));
+}
+
+struct Variant {
+  const char *word;
+  std::string bytes;  // zeros follow
+};
+
+// What is found on boards in the field. "blank" reads back as no bytes at all.
+const Variant kVariants[] = {
+    {"blank", ""},
+    {"empty", with_header("\xff")},
+    {"fip", with_header(std::string("\xa0\x02\x01\x01\x0e\xfc\0\0\xea\x03\0\0\xff", 13))},
+    {"erased", with_header(std::string("\xff\0\0\0", 4) + std::string(kDriverRegionSize - 12, '\xff'))},
+    {"foreign", std::string("XYZW\x02\0\0\0", 8) + std::string(64, '\x5a')},
+    {"revision", std::string("RG23\x02\0\0\0\xff", 9)},
+    {"corrupt", with_header(std::string("\x30\xff", 2) + std::string(1014, '\x77'))},
+    {"full", full_region()},
+};
+constexpr char kUninitialised[] = "uninitialised";
+
+const Variant *variant(const std::string &word) {
+  const auto *found = std::find_if(std::begin(kVariants), std::end(kVariants),
+                                   [&](const Variant &candidate) { return word == candidate.word; });
+  return found == std::end(kVariants) ? nullptr : found;
+}
+
 std::optional<std::string> factory_region(const Host &host, int region) {
-  if (region != kDriverRegion || host.spec().sli < 4) return std::nullopt;
-  std::string bytes("RG23\x01\0\0\0", 8);
-  if (host.spec().protocol == "fcoe")
-    bytes += std::string("\xa0\x02\x01\x01\x0e\xfc\x00\x00\xea\x03\x00\x00", 12);
-  bytes += '\xff';
-  bytes.resize(kDriverRegionSize);
+  if (region != kDriverRegion) return std::nullopt;
+  std::string word = host.spec().region23;
+  if (word.empty())
+    word = host.spec().sli < 4 ? kUninitialised : host.spec().protocol == "fcoe" ? "fip" : "empty";
+  if (word == kUninitialised) return std::nullopt;
+  const Variant *known = variant(word);
+  std::string bytes = known != nullptr ? known->bytes : from_hex(word);
+  if (!bytes.empty()) bytes.resize(kDriverRegionSize);
   return bytes;
 }
 
@@ -67,6 +109,12 @@ std::string from_hex(std::string_view text) {
     bytes += static_cast<char>(high << 4 | low);
   }
   return bytes;
+}
+
+bool is_factory_region(const std::string &word) {
+  const bool digits = word.size() % 2 == 0 && word.size() <= 2 * kDriverRegionSize &&
+                      word.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+  return word == kUninitialised || variant(word) != nullptr || digits;
 }
 
 std::optional<std::string> flash_region(Host &host, int region) {

@@ -240,6 +240,7 @@ void Host::complete_spec() {
     spec_.info = "Quorva " + spec_.model + " PCIe adapter on PCI bus " + format("%02x", pci.bus) +
                  " device " + format("%02x", pci.slot << 3 | pci.function) + " port " +
                  std::to_string(spec_.port_number);
+    if (fcoe) spec_.info += " Logical Link Speed: 10000 Mbps";
   }
 }
 

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <typeindex>
@@ -43,6 +44,16 @@ struct RportSpec {
   int target_id = -1;  // given to FCP targets by arrival when -1
   std::string state = "Online";
   int number = -1;  // the last number of rport-H:0-N, by arrival when -1
+};
+
+// A forwarder that an FCoE port sees.
+struct Forwarder {
+  uint64_t fabric = 0, switch_name = 0;
+  uint64_t mac = 0x0efc00000001;
+  uint32_t fc_map = 0x0efc00;
+  uint32_t keep_alive = 8000, priority = 128;
+  std::vector<uint16_t> vlans = {1002};
+  bool available = true, valid = true;
 };
 
 struct HostSpec {
@@ -80,6 +91,10 @@ struct HostSpec {
   bool auth = false;     // FC-SP attributes
   bool slimem = false;   // "slimem" of 4096 bytes, as SLI-1 boards have it
   bool foreign = false;  // another driver's host on the platform bus
+  // Region 23 of the flash as the board leaves the factory: a word of factory_region(), or its bytes in hexadecimal.
+  // Empty: none on the old ones, one without records on SLI-4, with FIP parameters on FCoE.
+  std::string region23 = {};
+  std::optional<std::vector<Forwarder>> forwarders = {};  // two on FCoE when not given
 };
 
 struct VportSpec {

@@ -58,19 +58,11 @@ class MailboxUnit {
 
 MailboxUnit &mailbox(Host &host);
 
+// Whether HostSpec::region23 may hold this.
+bool is_factory_region(const std::string &word);
 // Flash regions; no value: the region was never initialised.
 std::optional<std::string> flash_region(Host &host, int region);
 void set_flash_region(Host &host, int region, std::optional<std::string> bytes);
-
-// A forwarder that an FCoE port sees.
-struct Forwarder {
-  uint64_t fabric = 0, switch_name = 0;
-  uint64_t mac = 0x0efc00000001;
-  uint32_t fc_map = 0x0efc00;
-  uint32_t keep_alive = 8000, priority = 128;
-  std::vector<uint16_t> vlans = {1002};
-  bool available = true, valid = true;
-};
 
 // The table of an FCoE port, empty on others. The indices that the firmware gives out are the positions.
 std::vector<Forwarder> &forwarders(Host &host);

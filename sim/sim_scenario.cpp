@@ -13,6 +13,7 @@
 
 #include "sim_control.h"
 #include "sim_machine.h"
+#include "sim_mbox.h"
 
 namespace sim {
 
@@ -234,6 +235,27 @@ void load_control(Host &host, const json &object, const std::string &where) {
   configure(host, settings);
 }
 
+Forwarder load_forwarder(const json &object, const std::string &where) {
+  Reader in(object, where);
+  Forwarder forwarder;
+  in.wwn("fabric", forwarder.fabric);
+  in.wwn("switch", forwarder.switch_name);
+  in.wwn("mac", forwarder.mac);
+  in.integer("fc_map", forwarder.fc_map);
+  in.integer("keep_alive", forwarder.keep_alive);
+  in.integer("priority", forwarder.priority);
+  if (in.find("vlans") != nullptr) forwarder.vlans.clear();
+  in.array("vlans", [&](const json &vlan, const std::string &at) {
+    const uint64_t id = number(vlan, at, false);
+    if (id > 4095) wrong(at, "VLANs are 0 to 4095");
+    forwarder.vlans.push_back(static_cast<uint16_t>(id));
+  });
+  in.flag("available", forwarder.available);
+  in.flag("valid", forwarder.valid);
+  in.done();
+  return forwarder;
+}
+
 void load_host(Machine &machine, const json &object, const std::string &where) {
   Reader in(object, where);
   HostSpec spec;
@@ -273,6 +295,12 @@ void load_host(Machine &machine, const json &object, const std::string &where) {
   in.flag("slimem", spec.slimem);
   in.flag("foreign", spec.foreign);
   in.flag("fabric_ports", fabric_ports);
+  in.text("region23", spec.region23);
+  if (!is_factory_region(spec.region23)) wrong(in.at("region23"), "neither a known state nor bytes");
+  if (in.find("forwarders") != nullptr) spec.forwarders.emplace();
+  in.array("forwarders", [&](const json &forwarder, const std::string &at) {
+    spec.forwarders->push_back(load_forwarder(forwarder, at));
+  });
   if (spec.number >= 0 && machine.host(spec.number) != nullptr)
     wrong(in.at("number"), "this number is taken");
   if (spec.protocol != "fc" && spec.protocol != "fcoe")

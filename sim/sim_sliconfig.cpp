@@ -123,7 +123,9 @@ std::vector<Forwarder> &forwarders(Host &host) {
     std::vector<Forwarder> entries;
   };
   auto &table = host.area<Table>();
-  if (!table.made && host.spec().protocol == "fcoe") {
+  if (!table.made && host.spec().forwarders) {
+    table.entries = *host.spec().forwarders;
+  } else if (!table.made && host.spec().protocol == "fcoe") {
     table.entries = {{.fabric = host.spec().fabric, .switch_name = 0x2001000decafbad0, .mac = 0x000decafbad0},
                      {.fabric = host.spec().fabric,
                       .switch_name = 0x2001000decafbae0,
