@@ -121,6 +121,41 @@ const Invoke calls[] = {
       auto mb = record<MAILBOX_t>();
       readrev(c.board, mb.get());
     },
+    // Flash regions, FCoE, priorities
+    [](Call &c) {
+      Buffer out(c.input);
+      uint32_t said = out.size;
+      uint16_t status = 0;
+      getRegionData(c.board, 2, 23, c.input.ConsumeIntegral<uint32_t>(), out.get(), &said, &status, 0);
+      out.check("getRegionData", said);
+    },
+    [](Call &c) {
+      Buffer data(c.input, 2100);
+      uint32_t said = data.size;
+      int32_t info = 0;
+      setRegionData(c.board, c.input.ConsumeBool() ? 2 : 4, 23, c.input.ConsumeIntegral<uint32_t>(), 0,
+                    data.get(), &said, &info);
+      HCX_IssueUpdateCfgMBox(c.board, 2, 23, data.get(), data.size, &info);
+    },
+    [](Call &c) {
+      uint16_t setting = 0;
+      HCX_SetPersistLinkDown(c.board, 1);
+      HCX_GetPersistLinkDown(c.board, &setting);
+    },
+    [](Call &c) {
+      auto list = record<HCX_FCoEFCFList>();
+      list->version = list->numberOfEntries = 1;
+      HCX_FCoEGetFCFList(c.board, list.get());
+    },
+    [](Call &c) {
+      auto table = record<HCX_QoSConfig>();
+      table->numberOfEntries = 1;
+      HCX_QoSGetConfig(c.board, table.get());
+      uint32_t flag = 0;
+      HCX_QoSGetGlobalFlag(c.board, &flag);
+      uint16_t speed = 0;
+      HCX_GetQoSLinkSpeed(c.board, &speed);
+    },
     // Attributes and statistics
     [](Call &c) {
       auto attributes = record<HBA_ADAPTERATTRIBUTES>();
