@@ -235,12 +235,22 @@ int Context::finish() {
   return status_;
 }
 
+namespace {
+
+// "link persist on", without the tool's name.
+std::string words_of(const CLI::App &app) {
+  return app.get_parent()
+             ? words_of(*app.get_parent()) + (app.get_parent()->get_parent() ? " " : "") + app.get_name()
+             : std::string();
+}
+
+}  // namespace
+
 CLI::App *add_verb(CLI::App &parent, const char *name, const char *help, Context &ctx,
                    std::function<void(Context &)> action) {
   CLI::App *verb = parent.add_subcommand(name, help);
   verb->fallthrough();
-  std::string command = (parent.get_parent() ? parent.get_name() + " " : "") + name;
-  verb->callback([&ctx, command, action = std::move(action)] {
+  verb->callback([&ctx, command = words_of(*verb), action = std::move(action)] {
     ctx.command = command;
     ctx.action = action;
   });
@@ -263,7 +273,7 @@ void add_standard_verb(CLI::App &noun, const char *name, const char *help, Conte
   arguments(noun);
   noun.require_subcommand(0, 1);
   CLI::App *named = &noun;
-  noun.callback([&ctx, named, command = noun.get_name(), action = std::move(action)] {
+  noun.callback([&ctx, named, command = words_of(noun), action = std::move(action)] {
     if (named->get_subcommands().empty()) {
       ctx.command = command;
       ctx.action = action;

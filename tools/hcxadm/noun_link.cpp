@@ -97,9 +97,12 @@ Value link_state_name(uint8_t state) {
 
 void add_link(CLI::App &root, Context &ctx) {
   auto board = std::make_shared<std::string>();
-  CLI::App *verb = add_verb(root, "link", "State of the link of one board, or of all", ctx,
-                            [board](Context &c) { link(c, *board); });
-  verb->add_option("BOARD", *board, board_help)->type_name("");
+  CLI::App *noun = add_noun(root, "link", "Links of the boards");
+  add_standard_verb(
+      *noun, "show", "State of the link of one board, or of all", ctx,
+      [board](CLI::App &app) { app.add_option("BOARD", *board, board_help)->type_name(""); },
+      [board](Context &c) { link(c, *board); });
+  add_link_persist(*noun, ctx);
 }
 
 }  // namespace hcxadm

@@ -23,6 +23,10 @@
   NOUN(pci)                \
   NOUN(reset)              \
   NOUN(mode)               \
+  NOUN(region)             \
+  NOUN(fcf)                \
+  NOUN(fip)                \
+  NOUN(qos)                \
   NOUN(mbox)               \
   NOUN(ct)                 \
   NOUN(els)                \
@@ -38,5 +42,7 @@ namespace hcxadm {
 #define HCXADM_DECLARE_NOUN(name) void add_##name(CLI::App &root, Context &ctx);
 HCXADM_NOUNS(HCXADM_DECLARE_NOUN)
 #undef HCXADM_DECLARE_NOUN
+// Verbs of "link" in a file of their own.
+void add_link_persist(CLI::App &link, Context &ctx);
 
 }  // namespace hcxadm
