@@ -678,6 +678,96 @@ static inline void hcx_mbox_set_owner(void *mbox, unsigned owner) {
   at[3] = (uint8_t)((at[3] & ~1u) | (owner & 1u));
 }
 
+/* ---- Virtual ports ---- */
+
+/* Version of HCX_VPATTRIB that the calls take. */
+#define HCX_VPATTRIB_VERSION 3
+
+enum vport_state {
+  FC_VPORT_STATE_UNKNOWN = 0,
+  FC_VPORT_STATE_LINKDOWN = 1,
+  FC_VPORT_STATE_INITIALIZING = 2,
+  FC_VPORT_STATE_NOFABSUP = 3,  /* the fabric does not support virtual ports */
+  FC_VPORT_STATE_NOFABRES = 4,  /* the fabric has no resources for another one */
+  FC_VPORT_STATE_FABLOGOUT = 5, /* logged out by the fabric */
+  FC_VPORT_STATE_FABREJECT = 6, /* the fabric rejected the port name */
+  FC_VPORT_STATE_VPORTFAIL = 7,
+  FC_VPORT_STATE_ACTIVE = 8,
+  FC_VPORT_STATE_AUTHFAIL = 9,
+  FC_VPORT_STATE_DISABLED = 10
+};
+
+/* HCX_VPATTRIB.options. Unknown bits are ignored. */
+enum hcx_vport_options {
+  HCX_VPORT_CHOOSE_NAMES =
+      0x02, /* the library chooses the port name, and the node name when that is all zero */
+  HCX_VPORT_REFUSED_OPTIONS = 0x9C /* bits that are not supported */
+};
+
+/* HCX_VPATTRIB.flags */
+enum hcx_vport_flags {
+  HCX_VPORT_STATIC = 0x01 /* made by the adapter's configuration; cannot be deleted */
+};
+
+/* What a virtual port needs, a bit for each condition that holds. */
+enum hcx_npiv_checklist {
+  HCX_NPIV_ENABLED = 0x01,        /* the driver parameter "vosk_enable_npiv" is on */
+  HCX_NPIV_SLI3 = 0x02,           /* the adapter runs SLI-3 or higher */
+  HCX_NPIV_FIRMWARE = 0x04,       /* its firmware knows virtual ports */
+  HCX_NPIV_CAPACITY = 0x08,       /* the driver has room for another one */
+  HCX_NPIV_LINK_UP = 0x10,        /* the link is up */
+  HCX_NPIV_FABRIC_PORT = 0x20,    /* the port is logged in to a fabric, point to point */
+  HCX_NPIV_FABRIC_SUPPORT = 0x40, /* the fabric supports virtual ports */
+  HCX_NPIV_FABRIC_ROOM = 0x80,    /* and has resources for another one */
+  HCX_NPIV_LOCAL = 0x3F,          /* all that this side can see; the fabric's bits come on top of it only */
+  HCX_NPIV_READY = 0xFF
+};
+
+/* A virtual port in a list. */
+typedef struct HCX_VPENTRY {
+  HBA_WWN wwpn;
+  HBA_WWN wwnn;
+  uint32_t portFcId; /* FC address, 0 while it has none */
+} HCX_VPENTRY, HCX_VPEntry;
+
+typedef struct HCX_VPENTRYLIST {
+  uint32_t numberOfEntries; /* in: room in vpentry[]; out: how many there are, also beyond the room */
+  HCX_VPEntry vpentry[1];
+} HCX_VPENTRYLIST, HCX_VPEntryList;
+
+/* Resources of a physical port. */
+typedef struct HCX_VPRESOURCE {
+  uint32_t vlinks_max; /* virtual ports */
+  uint32_t vlinks_inuse;
+  uint32_t rpi_max; /* remote port indicators: logins of all ports of the adapter port together */
+  uint32_t rpi_inuse;
+} HCX_VPRESOURCE, HCX_VPResource;
+
+/* One virtual port. */
+typedef struct HCX_VPATTRIB {
+  uint8_t ver; /* in: HCX_VPATTRIB_VERSION */
+  uint8_t reserved1[3];
+  HBA_WWN wwpn;
+  HBA_WWN wwnn;
+  char name[256];        /* out: symbolic name, terminated */
+  uint32_t options;      /* in, of HCX_VPCreate(): hcx_vport_options */
+  uint32_t portFcId;     /* FC address, 0 while it has none */
+  uint8_t state;         /* a vport_state */
+  uint8_t restrictLogin; /* driver parameter "vosk_restrict_login" */
+  uint8_t flags;         /* hcx_vport_flags */
+  uint8_t reserved2;
+  uint64_t buf; /* 0 */
+  HBA_WWN fabricName;
+  uint32_t checklist; /* hcx_npiv_checklist bits */
+  uint8_t accessKey[32];
+} HCX_VPATTRIB, HCX_VPAttrib;
+
+/* Remote ports of a virtual or physical port. */
+typedef struct HCX_GETNODEINFO {
+  uint32_t numberOfEntries; /* in: room in nodeInfo[]; out: entries made */
+  NodeInfo nodeInfo[1];
+} HCX_GETNODEINFO, HCX_GetNodeInfo;
+
 /* ---- FC-SP authentication ---- */
 
 /* Results of the FC-SP calls. */

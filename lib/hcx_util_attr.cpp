@@ -21,6 +21,7 @@ struct UngatedAttr {
 
 constexpr char scsi_host[] = "/sys/class/scsi_host/";
 constexpr char fc_host[] = "/sys/class/fc_host/";
+constexpr char fc_vports[] = "/sys/class/fc_vports/";
 constexpr char fc_transport[] = "/sys/class/fc_transport/";
 
 // The capability templates have no row for these attributes, so the exported routines refuse them. The
@@ -43,6 +44,7 @@ constexpr UngatedAttr ungated_attrs[] = {
     {scsi_host, "vosk_symbolic_name"},
     {fc_host, "issue_lip"},
     {fc_host, "vport_state"},
+    {fc_vports, "vport_state"},
     // Authentication.
     {scsi_host, "vosk_enable_auth"},
     {scsi_host, "vosk_authenticate"},

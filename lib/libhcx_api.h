@@ -840,6 +840,123 @@ uint32_t SendBSGFcpCmdEx(uint32_t board, HBA_WWN *wwpn, void *cmd_buff, uint32_t
 uint32_t HCX_SendFcpCmd(uint32_t board, HBA_WWN *lwwpn, HBA_WWN *rwwpn, void *cmd_buff, uint32_t cmd_size,
                         void *data_buff, uint32_t *data_size, void *fcp_rsp_buffer, uint32_t *fcp_rsp_size);
 
+/* ---- Virtual ports ----
+ *
+ * Ports with names and FC addresses of their own behind one adapter port. The kernel shows each as a SCSI host of its
+ * own, whose fc_host directory has no "issue_lip"; that host is in no board list. Present kernels have the class
+ * "/sys/class/fc_vports", older ones leave it to the driver's files under scsi_host: every call looks which of them is
+ * there. WWNs are 8 bytes in the order in which they are printed. A null record or name gives 1.
+ * Calls that find a board rescan it first, with its lock given back meanwhile; they may run in parallel.
+ */
+
+/*
+ * Lists the virtual ports of a board.
+ * pVPEntryList: in: numberOfEntries, the room; out: so many entries at most, and numberOfEntries, all there are. A port
+ * whose host has not appeared yet is not counted.
+ * Returns 0; 1 out of memory; 7 there are more than there was room for; 12 no such board (numberOfEntries 0).
+ * Reads "port_name", "node_name", "port_id" of fc_vports and fc_host (older kernels: of fc_host). Does not block.
+ */
+uint32_t HCX_VPGetList(uint32_t board, HCX_VPEntryList *pVPEntryList);
+
+/*
+ * Reads how many virtual ports and logins a board can have, and has.
+ * Returns 0; 1 the driver does not tell all four counts; 3 no such board.
+ * Reads "max_vpi", "used_vpi", "max_rpi", "used_rpi" of the host. Does not block.
+ */
+uint32_t HCX_VPGetResource(uint32_t board, HCX_VPResource *pVPRes);
+
+/*
+ * Reads a virtual port.
+ * board: where the readiness is looked at; the port itself is searched for on all boards. pWWPN: its port name; may
+ * lie in the record. pAttrib: in: ver; out: all but options, accessKey and the reserved fields.
+ * Returns 0; 1 unknown record version, or out of memory; 4 no virtual port has that name (a physical one may have).
+ * Reads fc_host, scsi_host and fc_vports attributes of the port; sends MBX_READ_REV to the board.
+ * Blocks as readrev() does.
+ */
+uint32_t HCX_VPGetAttrib(uint32_t board, HBA_WWN *pWWPN, HCX_VPAttrib *pAttrib);
+
+/*
+ * Finds the board that a virtual port belongs to.
+ * host_no: kernel SCSI host number, of a virtual or a physical port. brd_idx: out: board number (all ones before
+ * HCX_InitDiagEnv()). bus: out: the board's own SCSI host number.
+ * Returns 0; 1 a null pointer; 3 no such host, or not one of ours. Reads the host's link in the device tree.
+ */
+uint32_t vpGetPhys(uint32_t host_no, uint32_t *brd_idx, uint32_t *bus);
+
+/*
+ * Fills the name of a record by its wwpn and wwnn: "Quorva PPN-20:00:00:11:22:aa:bb:cc VPort-3 VName-db1".
+ * host_dir_name: the port's directory under scsi_host with its trailing "/", where older kernels keep the name.
+ * Reads "symbolic_name" of fc_vports, "npiv_info"; else "vosk_symbolic_name". Nothing found: the empty text.
+ */
+void get_vport_name(HCX_VPAttrib *pAttrib, char *host_dir_name);
+
+/*
+ * Reads the number of a virtual port on its adapter port.
+ * vport_number: out: the number, 1 or above, or -1 when there is none. Returns the same.
+ * Reads "npiv_info" of the host that has the port name.
+ */
+int get_vport_npiv_info(HBA_WWN *pWWPN, int *vport_number);
+
+/* Target mappings of a virtual port. Returns 2: not supported, use HCX_GetFcpTargetMappingV2(). */
+uint32_t HCX_GetFcpTargetMappingByWWN(uint32_t board, HBA_WWN *pWWPN, void *outbuf);
+
+/*
+ * Lists the FCP targets that a port sees.
+ * board: not used. pWWPN: port name of a virtual or physical port. pNodeInfo: in: numberOfEntries, the room; out: the
+ * entries (a_flag 0, a_state NODE_LOGOUT) and how many were made. What does not fit is left out.
+ * Returns 0; 1 the remote ports cannot be listed; 4 no port has that name (numberOfEntries 0).
+ * Reads "roles", "scsi_target_id", "port_id", "node_name", "port_name" of fc_remote_ports. Does not block.
+ */
+uint32_t HCX_GetAllNodeInfoByWWN(uint32_t board, HBA_WWN *pWWPN, HCX_GetNodeInfo *pNodeInfo);
+
+/* Writes a WWN as 23 characters, "20:00:00:11:22:aa:bb:cc", and a terminating 0 to `buf`, which has 24 bytes. */
+void mac_sprintf(HBA_WWN *IEEEp, char *buf);
+
+/*
+ * Creates a virtual port.
+ * vname: symbolic name, null or empty for none. pAttrib: in: ver, options, and wwpn and wwnn unless the library
+ * chooses: then the port name is the board's own with another third byte, and so is the node name, unless one is given;
+ * out: the names, and on success what HCX_VPGetAttrib() fills.
+ * Returns 0; 1 unknown record version, a name with control characters, or the driver refused (checklist then tells what
+ * is missing); 2 the driver does not tell its capacity; 4 no room for another virtual port; 5 the port name is taken;
+ * 6 names all zero, or the new port has not appeared yet; 11 no such board; 12 an option that is not supported.
+ * Writes "WWPN:WWNN\n" to "vport_create" of the fc_host directory and the name to "symbolic_name" of fc_vports (older
+ * kernels: "WWPN:WWNN NAME\n" to "vport_create" of the scsi_host directory).
+ * Blocks for as long as the driver takes, and as HCX_VPGetAttrib() does.
+ */
+uint32_t HCX_VPCreate(uint32_t board, char *vname, HCX_VPAttrib *pAttrib);
+
+/*
+ * Deletes a virtual port.
+ * board: the board that the port belongs to. options, pAccessKey: not used.
+ * Returns 0; 1 the driver refused; 3 no such board; 4 no virtual port has that name; 15 the port is static.
+ * Writes "WWPN:WWNN" to "vport_delete" of the fc_host directory (older kernels: scsi_host).
+ * Blocks for as long as the driver takes, and as HCX_VPGetAttrib() does.
+ */
+uint32_t HCX_VPDeleteV2(uint32_t board, HBA_WWN *pWWPN, uint32_t options, uint8_t *pAccessKey);
+/* HCX_VPDeleteV2() without access key. */
+uint32_t HCX_VPDelete(uint32_t board, HBA_WWN *pWWPN, uint32_t options);
+
+/*
+ * Names a virtual port; on present kernels only.
+ * Returns 0, also for a null or empty name; -1 no virtual port has that port name; 1 control characters in the name; 2
+ * the attribute cannot be opened; else the errno of the write (names over 64 characters: EINVAL).
+ * Writes "symbolic_name" of fc_vports.
+ */
+int hcx_set_vport_sybolic_name(HBA_WWN *pWWPN, char *vname);
+
+/*
+ * Looks at what a virtual port needs.
+ * vport_state: what is known of one, a vport_state value: tells what the fabric can do.
+ * Returns hcx_npiv_checklist bits; 3 when there is no such board.
+ * Reads driver and transport attributes of the host; sends MBX_READ_REV. Holds the host's read lock and keeps event
+ * callbacks off its thread all the while.
+ * Blocks as readrev() does.
+ */
+uint32_t fill_npiv_checklist(uint32_t board, uint32_t vport_state);
+/* Stores fill_npiv_checklist() without a known state in pChecklist. Returns 0; 1 for a null pointer. */
+uint32_t HCX_NPIVReadyTest(uint32_t board, uint32_t *pChecklist);
+
 /* ---- FC-SP authentication ----
  *
  * The configuration and the secrets of the authentication daemon, in "/etc/wardend.conf". The adapter port is found

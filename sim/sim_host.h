@@ -87,6 +87,7 @@ struct HostSpec {
   std::string supported_speeds = {};
   std::string npiv = "NPIV Physical";
   int max_vports = 16;
+  int vport_delay = 0;  // how many looks at the list of ports a new virtual port misses
   bool temp_sensor = true;
   bool auth = false;     // FC-SP attributes
   bool slimem = false;   // "slimem" of 4096 bytes, as SLI-1 boards have it
@@ -100,10 +101,11 @@ struct HostSpec {
 struct VportSpec {
   uint64_t wwpn = 0;
   uint64_t wwnn = 0;
-  std::string name = {};  // symbolic name
-  uint32_t port_id = 0;   // the parent's plus the VPI when 0
-  int host_number = -1;   // by arrival when -1
-  int number = -1;        // the last number of vport-H:0-N, by arrival when -1
+  std::string name = {};    // symbolic name
+  uint32_t port_id = 0;     // the parent's plus the VPI when 0
+  int host_number = -1;     // by arrival when -1
+  int number = -1;          // the last number of vport-H:0-N, by arrival when -1
+  bool configured = false;  // by the adapter: "vosk_static_vport", cannot be deleted
 };
 
 class Lun {

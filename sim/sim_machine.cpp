@@ -375,10 +375,19 @@ int Machine::fstat(int fd, mode_t *mode) {
   return 0;
 }
 
+void Machine::look(std::string_view path) {
+  if (!awaiting_) return;
+  const StateLock state_lock(*this);
+  awaiting_ = false;
+  for (auto &hook : look_hooks_)
+    awaiting_ |= hook(path);
+}
+
 int Machine::list(const char *path, const char *prefix, std::vector<std::string> &names) {
   const std::lock_guard guard(mutex_);
   if (const int rc = enter(Verb::list, path); rc != 0) return rc;
   reload_if_changed();
+  look(path);
   int error = 0;
   auto node = vfs_.find(path, true, &error);
   if (!node) return -error;

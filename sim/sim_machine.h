@@ -194,6 +194,10 @@ class Machine : public hcx::sysio::Machine {
   void change(const std::function<void()> &body);
   // Called after another process's changes were loaded.
   void on_reload(std::function<void()> hook) { reload_hooks_.push_back(std::move(hook)); }
+  // For what happens a moment later: from await() on, the hooks run at every look into a directory of the tree,
+  // before it, until none of them says that it still waits.
+  void on_look(std::function<bool(std::string_view path)> hook) { look_hooks_.push_back(std::move(hook)); }
+  void await() { awaiting_ = true; }
   // Sets an attribute's text as a write by the driver itself would, and keeps it in the state.
   void set_text(const std::string &path, const std::string &text);
   // What a file outside of sysfs and /dev holds.
@@ -278,6 +282,7 @@ class Machine : public hcx::sysio::Machine {
   ssize_t write_node(OpenFile &file, const void *buf, size_t count);
   int sg_ioctl(Lun &lun, const std::string &path, unsigned long request, void *arg);
   void reload_if_changed();
+  void look(std::string_view path);
   void load_state();
   void apply_texts();
 
@@ -290,6 +295,8 @@ class Machine : public hcx::sysio::Machine {
   std::vector<std::unique_ptr<Host>> hosts_;
   std::vector<std::function<void(Host &)>> host_hooks_;
   std::vector<std::function<void()>> reload_hooks_;
+  std::vector<std::function<bool(std::string_view)>> look_hooks_;
+  bool awaiting_ = false;
   std::function<int(Lun &, const std::string &, void *)> sg_handler_;
   int sg_count_ = 0, disk_count_ = 0, tape_count_ = 0, bsg_count_ = 0, host_count_ = 0;
 

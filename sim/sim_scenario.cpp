@@ -212,6 +212,7 @@ void load_vport(Host &host, const json &object, const std::string &where) {
   in.text("name", spec.name);
   in.integer("port_id", spec.port_id);
   in.integer("host_number", spec.host_number);
+  in.flag("static", spec.configured);
   in.done();
   host.add_vport(spec);
 }
@@ -290,6 +291,7 @@ void load_host(Machine &machine, const json &object, const std::string &where) {
   in.text("supported_speeds", spec.supported_speeds);
   in.text("npiv", spec.npiv);
   in.integer("max_vports", spec.max_vports);
+  in.integer("vport_delay", spec.vport_delay);
   in.flag("temp_sensor", spec.temp_sensor);
   in.flag("auth", spec.auth);
   in.flag("slimem", spec.slimem);

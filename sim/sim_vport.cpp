@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Making and removing virtual ports through sysfs: fc_host's vport_create and vport_delete as the FC transport checks
 // them, or the driver's own files of the same names under scsi_host where there is no fc_vports class. The list is
-// kept in the physical port's state, so that other processes see ports come and go. Runs under the machine's mutex.
+// kept in the physical port's state, so that other processes see ports come and go. A port may be made to appear only
+// after others have looked for it. Runs under the machine's mutex.
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "sim_areas.h"
 #include "sim_machine.h"
@@ -49,7 +51,8 @@ void keep_list(Host &host) {
                     {"name", spec.name},
                     {"port_id", spec.port_id},
                     {"host", spec.host_number},
-                    {"number", spec.number}});
+                    {"number", spec.number},
+                    {"static", spec.configured}});
   }
   host.state()["vports"] = list;
   host.machine().touch();
@@ -75,18 +78,62 @@ void follow_list(Host &host) {
                     .name = entry.value("name", std::string()),
                     .port_id = entry.value("port_id", 0U),
                     .host_number = number,
-                    .number = entry.value("number", -1)});
+                    .number = entry.value("number", -1),
+                    .configured = entry.value("static", false)});
   }
   host.count_vports();
+}
+
+// Ports that were asked for and have not appeared yet; "missed" counts the looks that have not found them.
+json coming(Host &host) {
+  return host.state().value("vports_coming", json::array());
+}
+
+bool is_coming(Host &host, uint64_t wwpn) {
+  const json list = coming(host);
+  return std::any_of(list.begin(), list.end(),
+                     [&](const json &entry) { return entry.value("wwpn", uint64_t{0}) == wwpn; });
+}
+
+// Somebody looks at the ports: those come that have kept others waiting for long enough.
+void arrive(Host &host) {
+  const json list = coming(host);
+  if (list.empty()) return;
+  json waiting = json::array();
+  std::vector<VportSpec> here;
+  for (json entry : list) {
+    const int missed = entry.value("missed", 0);
+    entry["missed"] = missed + 1;
+    if (missed < host.spec().vport_delay) {
+      waiting.push_back(entry);
+    } else {
+      here.push_back({.wwpn = entry.value("wwpn", uint64_t{0}),
+                      .wwnn = entry.value("wwnn", uint64_t{0}),
+                      .name = entry.value("name", std::string())});
+    }
+  }
+  host.state()["vports_coming"] = waiting;
+  host.machine().touch();
+  for (const VportSpec &spec : here)
+    host.add_vport(spec);
+  if (!here.empty()) keep_list(host);
 }
 
 int create(Host &host, const std::string &text, bool with_name) {
   Names names;
   if (!parse(text, with_name, names)) return -EINVAL;
   if (names.wwpn == 0 || names.wwnn == 0) return -EINVAL;
-  if (static_cast<int>(host.vports().size()) >= host.spec().max_vports) return -ENOSPC;
+  if (static_cast<int>(host.vports().size() + coming(host).size()) >= host.spec().max_vports) return -ENOSPC;
   for (Host *other : host.machine().hosts()) {
-    if (other->spec().wwpn == names.wwpn) return -EINVAL;
+    if (other->spec().wwpn == names.wwpn || is_coming(*other, names.wwpn)) return -EINVAL;
+  }
+  if (host.spec().vport_delay > 0) {
+    json list = coming(host);
+    list.push_back({{"wwpn", names.wwpn}, {"wwnn", names.wwnn}, {"name", names.name}});
+    host.state()["vports_coming"] = list;
+    host.machine().touch();
+    host.machine().await();
+    return 0;
   }
   host.add_vport({.wwpn = names.wwpn, .wwnn = names.wwnn, .name = names.name});
   keep_list(host);
@@ -107,10 +154,17 @@ int remove(Host &host, const std::string &text) {
 }
 
 void add_files(Host &host) {
-  if (host.spec().foreign || host.spec().npiv == "NPIV Not Supported") return;
+  if (host.spec().foreign) return;
   Vfs &vfs = host.machine().vfs();
   const bool modern = host.machine().generation() >= 2;
+  if (host.spec().npiv == "NPIV Not Supported") {
+    for (const char *file : {"vport_create", "vport_delete"}) {
+      if (modern) vfs.on_write(host.fc_dir() + file, [](const std::string &) { return -EINVAL; });
+    }
+    return;
+  }
   if (Host *parent = host.parent()) {
+    if (host.vport()->configured) vfs.put_text(host.scsi_dir() + "vosk_static_vport", "1\n");
     if (!modern) {
       vfs.put_text(host.scsi_dir() + "vosk_symbolic_name", host.vport()->name + "\n");
       return;
@@ -139,8 +193,19 @@ void install_vports(Machine &machine) {
   machine.on_reload([&machine] {
     for (Host *host : machine.hosts()) {
       // A virtual port may have gone with its parent's list meanwhile.
-      if (machine.is_there(host) && host->parent() == nullptr) follow_list(*host);
+      if (!machine.is_there(host) || host->parent() != nullptr) continue;
+      follow_list(*host);
+      if (!coming(*host).empty()) machine.await();
     }
+  });
+  machine.on_look([&machine](std::string_view path) {
+    bool waiting = false;
+    for (Host *host : machine.hosts()) {
+      if (host->parent() != nullptr) continue;
+      if (path == "/sys/class/fc_host") arrive(*host);
+      waiting |= !coming(*host).empty();
+    }
+    return waiting;
   });
 }
 

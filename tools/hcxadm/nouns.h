@@ -32,6 +32,7 @@
   NOUN(els)                \
   NOUN(rnid)               \
   NOUN(event)              \
+  NOUN(vport)              \
   NOUN(auth)               \
   NOUN(caps)               \
   NOUN(log)                \

@@ -85,6 +85,27 @@ constexpr StatusRow fcsp_rows[] = {
     {0x8030, "not supported", kNotSupported},
 };
 
+constexpr StatusRow vport_rows[] = {
+    {0, "success", kDone},
+    {1, "error, or refused by the driver", kFailed},
+    {3, "no such board", kNoSuch},
+    {4, "no such virtual port", kNoSuch},
+    {7, "more data", kFailed},
+    {12, "no such board", kNoSuch},
+    {15, "the virtual port is static", kRefused},
+};
+
+constexpr StatusRow vport_create_rows[] = {
+    {0, "success", kDone},
+    {1, "refused by the driver", kFailed},
+    {2, "the driver does not tell how many virtual ports it can have", kNotSupported},
+    {4, "no room for another virtual port", kRefused},
+    {5, "the port name is in use on this machine", kRefused},
+    {6, "no port name is left, or names all zero", kRefused},
+    {11, "no such board", kNoSuch},
+    {12, "an option that is not supported", kUsage},
+};
+
 constexpr StatusRow sd_rows[] = {
     {0, "ok", kDone},
     {1, "generic error", kFailed},
@@ -121,6 +142,10 @@ std::span<const StatusRow> rows_of(Family family) {
       return mailbox_rows;
     case Family::fcsp:
       return fcsp_rows;
+    case Family::vport:
+      return vport_rows;
+    case Family::vport_create:
+      return vport_create_rows;
     case Family::sd:
       return sd_rows;
     case Family::sys:

@@ -22,13 +22,15 @@ enum ExitStatus {
 
 // What a status number means depends on the call it came from.
 enum class Family {
-  hba,      // calls shaped after the common HBA API
-  scsi,     // SCSI and FCP pass-through
-  vendor,   // HCX_ calls
-  mailbox,  // adapter mailbox status
-  fcsp,     // authentication
-  sd,       // SAN diagnostics
-  sys,      // errno, positive or negated
+  hba,           // calls shaped after the common HBA API
+  scsi,          // SCSI and FCP pass-through
+  vendor,        // HCX_ calls
+  mailbox,       // adapter mailbox status
+  fcsp,          // authentication
+  vport,         // virtual ports
+  vport_create,  // making one
+  sd,            // SAN diagnostics
+  sys,           // errno, positive or negated
 };
 
 // "not supported"; "unknown status" for a number that the family does not have.
