@@ -33,14 +33,14 @@ class Listing {
   }
 
   void skip(size_t index) const {
-    libhcx_syslog(LOG_ERROR, "%s - board %d skipping vport entry %d", caller_, static_cast<int>(board_),
+    libhcx_syslog(LOG_NPIV, "%s - board %d skipping vport entry %d", caller_, static_cast<int>(board_),
                   static_cast<int>(index));
   }
 
   uint32_t finish() {
     list_->numberOfEntries = found_;
     if (found_ <= room_) return 0;
-    libhcx_syslog(LOG_ERROR, "%s - board %d more data - found %d - list size %d", caller_,
+    libhcx_syslog(LOG_NPIV, "%s - board %d more data - found %d - list size %d", caller_,
                   static_cast<int>(board_), static_cast<int>(found_), static_cast<int>(room_));
     return kMoreData;
   }
@@ -241,6 +241,7 @@ uint32_t HCX_GetAllNodeInfoByWWN(uint32_t board, HBA_WWN *pWWPN, HCX_GetNodeInfo
 }
 
 void mac_sprintf(HBA_WWN *IEEEp, char *buf) {
+  HCX_TRACE();
   if (!IEEEp || !buf) return;
   for (int i = 0; i < 8; ++i)
     snprintf(buf + 3 * i, 4, i < 7 ? "%02x:" : "%02x", IEEEp->wwn[i]);

@@ -135,13 +135,13 @@ int find_vpi(const HBA_WWN &wwpn) {
 // ---- Readiness ----
 
 uint32_t check_driver(const char *dir) {
+  const uint32_t enabled = read_number(dir, "vosk_enable_npiv") ? HCX_NPIV_ENABLED : 0;
   Text<128> link;
   if (attr_exists(dir, "link_state")) {
     attr_read_str(dir, "link_state", link.data(), link.size());
   } else {
     attr_read_str(dir, "state", link.data(), link.size());
   }
-  const uint32_t enabled = read_number(dir, "vosk_enable_npiv") ? HCX_NPIV_ENABLED : 0;
   return strncmp(link.c_str(), "Link Up", 7) == 0 ? HCX_NPIV_LINK_UP | enabled : enabled;
 }
 
