@@ -39,6 +39,17 @@ struct Entries {
   std::unique_ptr<List, hcx::FreeDeleter> block;
 };
 
+// The same for lists whose count is called numberOfEntries.
+template <class List, class Entry>
+struct Counted {
+  explicit Counted(FuzzedDataProvider &input) {
+    const auto count = input.ConsumeIntegralInRange<uint32_t>(1, 4);
+    block.reset(static_cast<List *>(calloc(1, sizeof(List) + (count - 1) * sizeof(Entry))));
+    block->numberOfEntries = count;
+  }
+  std::unique_ptr<List, hcx::FreeDeleter> block;
+};
+
 struct Call {
   FuzzedDataProvider &input;
   uint32_t board;
@@ -205,6 +216,33 @@ const Invoke calls[] = {
       uint32_t said = out.size;
       HCX_GetDriverDumpRegion(c.board, c.input.ConsumeIntegralInRange<uint32_t>(0, 8), out.get(), &said);
       out.check("HCX_GetDriverDumpRegion", said);
+    },
+    // Virtual ports
+    [](Call &c) {
+      Counted<HCX_VPEntryList, HCX_VPEntry> list(c.input);
+      HCX_VPGetList(c.board, list.block.get());
+    },
+    [](Call &c) {
+      Counted<HCX_GetNodeInfo, NodeInfo> list(c.input);
+      HCX_GetAllNodeInfoByWWN(c.board, &c.wwpn, list.block.get());
+    },
+    [](Call &c) {
+      auto attrib = record<HCX_VPAttrib>();
+      attrib->ver = HCX_VPATTRIB_VERSION;
+      HCX_VPGetAttrib(c.board, &c.wwpn, attrib.get());
+      HCX_VPDelete(c.board, &c.wwpn, 0);
+    },
+    [](Call &c) {
+      auto attrib = record<HCX_VPAttrib>();
+      c.input.ConsumeData(attrib.get(), sizeof *attrib);
+      attrib->ver = HCX_VPATTRIB_VERSION;
+      std::string name = c.input.ConsumeRandomLengthString(80);
+      HCX_VPCreate(c.board, name.data(), attrib.get());
+    },
+    [](Call &) {
+      auto attrib = record<HCX_VPAttrib>();
+      char dir[] = "/sys/class/scsi_host/host5/";
+      get_vport_name(attrib.get(), dir);
     },
     // SCSI
     [](Call &c) {
