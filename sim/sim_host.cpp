@@ -256,7 +256,7 @@ std::string Host::pci_dir() const {
 
 std::string Host::device_dir() const {
   if (parent_ == nullptr) return pci_dir() + name() + "/";
-  if (machine_.generation() < 2) return parent_->device_dir() + name() + "/";
+  if (!machine_.has_vport_class()) return parent_->device_dir() + name() + "/";
   return parent_->device_dir() + vport_entry(*this) + "/" + name() + "/";
 }
 
@@ -457,6 +457,8 @@ void Host::build_fc_host() {
   put("tgtid_bind_type", "wwpn (World Wide Port Name)", 0644);
   if (parent_ == nullptr) {
     vfs.put_text(dir + "issue_lip", "", 0200);
+  }
+  if (parent_ == nullptr && machine_.has_vport_class()) {
     put("max_npiv_vports", std::to_string(spec_.npiv == "NPIV Not Supported" ? 0 : spec_.max_vports));
     put("npiv_vports_inuse", "0");
     vfs.put_text(dir + "vport_create", "", 0200);
@@ -485,7 +487,7 @@ void Host::build_bsg() {
 }
 
 void Host::build_vport() {
-  if (machine_.generation() < 2) return;
+  if (!machine_.has_vport_class()) return;
   const std::string entry = vport_entry(*this);
   const std::string dir = put_class(machine_, parent_->device_dir() + entry + "/", "fc_vports", entry);
   const std::string name_of_port = vport_->name;
@@ -519,7 +521,7 @@ void Host::unbuild() {
     if (!spec_.foreign) vfs.remove(pci_dir());
     return;
   }
-  if (machine_.generation() < 2) {
+  if (!machine_.has_vport_class()) {
     vfs.remove(device_dir());
     return;
   }

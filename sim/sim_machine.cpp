@@ -60,14 +60,20 @@ void Machine::generation(int value) {
   generation_ = value;
   for (const char *name : {"fc_host", "fc_remote_ports", "fc_vports", "fc_transport", "scsi_disk", "bsg"}) {
     const std::string dir = std::string("/sys/class/") + name;
-    const bool wanted =
-        value >= 2 || (value >= 1 && dir.ends_with("fc_host")) || dir.ends_with("fc_transport");
+    const bool wanted = dir.ends_with("fc_vports") ? has_vport_class()
+                                                   : value >= 2 || dir.ends_with("fc_transport") ||
+                                                         (value >= 1 && dir.ends_with("fc_host"));
     if (wanted) {
       vfs_.put_dir(dir);
     } else {
       vfs_.remove(dir);
     }
   }
+}
+
+void Machine::vport_class(bool value) {
+  vport_class_ = value;
+  generation(generation_);
 }
 
 void Machine::driver_version(uint32_t major, uint32_t minor) {

@@ -110,6 +110,10 @@ class Machine : public hcx::sysio::Machine {
   // host.
   void generation(int value);
   [[nodiscard]] int generation() const { return generation_; }
+  // Whether the transport has a class for virtual ports: kernels of layout 2 came without it at first, and left
+  // virtual ports to the driver. Before any host.
+  void vport_class(bool value);
+  [[nodiscard]] bool has_vport_class() const { return generation_ >= 2 && vport_class_; }
   // The management interface version that the driver reports.
   void driver_version(uint32_t major, uint32_t minor);
   [[nodiscard]] uint32_t driver_major() const { return driver_major_; }
@@ -291,6 +295,7 @@ class Machine : public hcx::sysio::Machine {
   Vfs vfs_;
   Bsg bsg_;
   int generation_ = 2;
+  bool vport_class_ = true;
   uint32_t driver_major_ = 2, driver_minor_ = 0;
   std::vector<std::unique_ptr<Host>> hosts_;
   std::vector<std::function<void(Host &)>> host_hooks_;

@@ -367,8 +367,11 @@ void load_scenario(Machine &machine, const json &scenario) {
   bool standard = false;
   in.text("comment", comment);
   in.integer("generation", generation);
+  bool vport_class = true;
+  in.flag("fc_vports", vport_class);
   if (generation > 2) wrong("generation", "expected 0, 1 or 2");
   machine.generation(generation);
+  machine.vport_class(vport_class);
   in.text("driver_version", version);
   if (!version.empty()) {
     unsigned major = 0, minor = 0;

@@ -156,7 +156,7 @@ int remove(Host &host, const std::string &text) {
 void add_files(Host &host) {
   if (host.spec().foreign) return;
   Vfs &vfs = host.machine().vfs();
-  const bool modern = host.machine().generation() >= 2;
+  const bool modern = host.machine().has_vport_class();
   if (host.spec().npiv == "NPIV Not Supported") {
     for (const char *file : {"vport_create", "vport_delete"}) {
       if (modern) vfs.on_write(host.fc_dir() + file, [](const std::string &) { return -EINVAL; });

@@ -119,6 +119,36 @@ TEST_F(ConcurrencyTest, CallsOnBoardsWhosePortsAndLunsComeAndGo) {
   EXPECT_EQ(luns_by_port(1), (std::vector<size_t>{4, 4, 4}));
 }
 
+TEST_F(ConcurrencyTest, VirtualPortsComeAndGo) {
+  std::vector<std::function<void()>> bodies;
+  for (const uint32_t board : {0, 0, 1}) {
+    bodies.push_back(repeat(4, [board] {
+      HCX_VPAttrib attrib = {};
+      attrib.ver = HCX_VPATTRIB_VERSION;
+      attrib.options = HCX_VPORT_CHOOSE_NAMES;
+      const uint32_t made = HCX_VPCreate(board, nullptr, &attrib);
+      // Two that choose the same name at once: the kernel takes one.
+      ASSERT_TRUE(made == 0 || made == 1 || made == 5) << made;
+      if (made == 0) {
+        ASSERT_EQ(HCX_VPDelete(board, &attrib.wwpn, 0), 0U);
+      }
+    }));
+    bodies.push_back(repeat(6, [board] {
+      HCX_VPEntryList list = {};
+      list.numberOfEntries = 1;
+      HCX_VPGetList(board, &list);
+      fill_npiv_checklist(board, 0);
+      RefreshInformation(board);
+    }));
+  }
+  together(bodies);
+  for (const uint32_t board : {0, 1}) {
+    HCX_VPEntryList list = {};
+    EXPECT_EQ(HCX_VPGetList(board, &list), 0U);
+    EXPECT_EQ(list.numberOfEntries, 0U);
+  }
+}
+
 TEST_F(ConcurrencyTest, LogLinesStayWholeWhileTheMaskChanges) {
   static constexpr int lines = 200;
   std::vector<std::function<void()>> bodies;

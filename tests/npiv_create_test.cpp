@@ -13,8 +13,8 @@ constexpr uint64_t kWwpn = 0x200000112233aabb, kWwnn = 0x300000112233aabb;
 
 class NpivCreate : public BoardTest {
  protected:
-  void start(int generation = 2, sim::HostSpec spec = {}) {
-    m.generation(generation);
+  void start(bool vport_class = true, sim::HostSpec spec = {}) {
+    m.vport_class(vport_class);
     spec.number = 3;
     spec.wwpn = kWwpn;
     spec.wwnn = kWwnn;
@@ -71,7 +71,7 @@ TEST_F(NpivCreate, WritesOneLineAndTheNameOfItsOwn) {
 }
 
 TEST_F(NpivCreate, OlderKernelsTakeTheNameInTheSameLine) {
-  start(1);
+  start(false);
   EXPECT_EQ(create(0x2001000000000001, 0xabc, 0, "db 1"), 0u);
   EXPECT_EQ(written(), Texts{"scsi_host/host3/vport_create=2001000000000001:0000000000000abc db 1\n"});
   EXPECT_STREQ(record.name, "db 1");
@@ -144,8 +144,8 @@ TEST_F(NpivCreate, RefusalsWriteNothing) {
   EXPECT_EQ(create(0x2001000000000001, 1, 0, "p\xc3\xa4r"), 0u);
 }
 
-class NpivCreateBoth : public NpivCreate, public ::testing::WithParamInterface<int> {};
-INSTANTIATE_TEST_SUITE_P(Generation, NpivCreateBoth, ::testing::Values(2, 1));
+class NpivCreateBoth : public NpivCreate, public ::testing::WithParamInterface<bool> {};
+INSTANTIATE_TEST_SUITE_P(VportClass, NpivCreateBoth, ::testing::Bool());
 
 TEST_P(NpivCreateBoth, CapacityIsCheckedBeforeTheNames) {
   start(GetParam(), {.max_vports = 1});
@@ -153,7 +153,7 @@ TEST_P(NpivCreateBoth, CapacityIsCheckedBeforeTheNames) {
   m.clear_records();
   EXPECT_EQ(create(0, 0), 4u);
   EXPECT_TRUE(m.logged("HCX_VPCreate - board 0 max vports 1 already created"));
-  m.vfs().remove((GetParam() == 2 ? host->fc_dir() : host->scsi_dir()) + "max_npiv_vports");
+  m.vfs().remove((GetParam() ? host->fc_dir() : host->scsi_dir()) + "max_npiv_vports");
   EXPECT_EQ(create(0, 0), 2u);
   EXPECT_TRUE(m.logged("HCX_VPCreate - board 0 max_npiv_vports not found"));
   EXPECT_EQ(written(), Texts{});
@@ -181,7 +181,7 @@ TEST_F(NpivCreate, ABoardsOwnNameIsOneOfTheCandidates) {
 }
 
 TEST_F(NpivCreate, The254thCandidateIsTheLast) {
-  start(2, {.max_vports = 300});
+  start(true, {.max_vports = 300});
   for (uint64_t i = 1; i <= 253; ++i)
     host->add_vport({.wwpn = kWwpn + (i << 40), .wwnn = 1});
   EXPECT_EQ(create(0, 0x55, 0x02), 0u);
@@ -227,7 +227,7 @@ TEST_P(NpivCreateBoth, APortThatAppearsLater) {
   EXPECT_TRUE(m.logged("HCX_VPCreate - board 0 vp get attrib returned invalid wwpn"));
   EXPECT_EQ(number(record.wwpn), 0x2001000000000001u);
   EXPECT_EQ(HCX_VPGetAttrib(0, &record.wwpn, &record), 0u);
-  EXPECT_STREQ(record.name, GetParam() == 2 ? "Quorva PPN-20:01:00:00:00:00:00:01 VPort-1" : "db1");
+  EXPECT_STREQ(record.name, GetParam() ? "Quorva PPN-20:01:00:00:00:00:00:01 VPort-1" : "db1");
   EXPECT_EQ(remove(0x2001000000000001), 0u);
 }
 

@@ -12,11 +12,21 @@ namespace {
 constexpr uint64_t kWwpn = 0x200000001122aabb, kWwnn = 0x300000001122aabb;
 constexpr uint64_t kVport = 0x200100001122aabb, kVnode = 0x300100001122aabb;
 
+// Whether the kernel has a class for virtual ports; the oldest has none for remote ports and no BSG either.
+enum class Kernel { current, classless, oldest };
+void PrintTo(Kernel kernel, std::ostream *out) {
+  *out << static_cast<int>(kernel);
+}
+void set_kernel(sim::Machine &m, Kernel kernel) {
+  if (kernel == Kernel::oldest) m.generation(1);
+  m.vport_class(kernel == Kernel::current);
+}
+
 class Npiv : public BoardTest {
  protected:
   // Hosts 1 and 10, boards 0 and 1.
-  void add_boards(int generation = 2) {
-    m.generation(generation);
+  void add_boards(Kernel kernel = Kernel::current) {
+    set_kernel(m, kernel);
     one = &m.add_host({.number = 1, .wwpn = kWwpn, .wwnn = kWwnn, .port_id = 0x010100});
     ten = &m.add_host({.number = 10});
   }
@@ -63,10 +73,11 @@ class Npiv : public BoardTest {
 
 // ---- lists and resources ----
 
-class NpivBoth : public Npiv, public ::testing::WithParamInterface<int> {};
-INSTANTIATE_TEST_SUITE_P(Generation, NpivBoth, ::testing::Values(2, 1));
+class NpivKernels : public Npiv, public ::testing::WithParamInterface<Kernel> {};
+INSTANTIATE_TEST_SUITE_P(Each, NpivKernels,
+                         ::testing::Values(Kernel::current, Kernel::classless, Kernel::oldest));
 
-TEST_P(NpivBoth, ListsTheBoardsOwnPorts) {
+TEST_P(NpivKernels, ListsTheBoardsOwnPorts) {
   add_boards(GetParam());
   m.add_host({.number = 2, .foreign = true});
   scan();
@@ -84,7 +95,7 @@ TEST_P(NpivBoth, ListsTheBoardsOwnPorts) {
     EXPECT_EQ(count, 3u);
   }
   EXPECT_EQ(listed(), (std::vector<uint64_t>{0x11, 0x22}));
-  const std::string caller = GetParam() == 2 ? "up_VPGetList" : "Rel_VPGetList";
+  const std::string caller = GetParam() == Kernel::current ? "up_VPGetList" : "Rel_VPGetList";
   EXPECT_TRUE(m.logged(caller + " - board 0 more data - found 3 - list size 2"));
   EXPECT_EQ(list(1, 9), 0u);
   EXPECT_EQ(listed(), std::vector<uint64_t>{0x77});
@@ -258,7 +269,7 @@ TEST_F(Npiv, StateOfAPortBySource) {
 }
 
 TEST_F(Npiv, OlderKernelsKeepStateAndNameAtTheHost) {
-  add_boards(1);
+  add_boards(Kernel::classless);
   add_vport("a name");
   scan();
   EXPECT_EQ(attrib(kVport), 0u);
@@ -404,7 +415,7 @@ TEST_F(Npiv, TargetsOfAPort) {
 }
 
 TEST_F(Npiv, TargetsOfAPortOnOlderKernels) {
-  add_boards(1);
+  add_boards(Kernel::oldest);
   add_vport();
   vport->add_rport({.wwpn = 0x51, .wwnn = 0x61, .port_id = 0x010300, .target_id = 4});
   HCX_GetNodeInfo answer{1, {}};
@@ -474,23 +485,25 @@ const ReadyCase ready_cases[] = {
      [](auto &h, auto &) { h.set_fc("port_type", "NPort (fabric via point-to-point), virtual"); }, 0, 0xff},
 };
 
-class Ready : public Npiv, public ::testing::WithParamInterface<std::tuple<ReadyCase, int>> {};
+class Ready : public Npiv, public ::testing::WithParamInterface<std::tuple<ReadyCase, Kernel>> {};
 
 TEST_P(Ready, Checklist) {
-  const auto &[c, generation] = GetParam();
-  add_boards(generation);
+  const auto &[c, kernel] = GetParam();
+  add_boards(kernel);
   scan();
-  c.change(*one, generation == 2 ? one->fc_dir() : one->scsi_dir());
+  c.change(*one, kernel == Kernel::current ? one->fc_dir() : one->scsi_dir());
   EXPECT_EQ(fill_npiv_checklist(0, c.vport_state), c.bits);
   expect_nothing_left("after the checklist");
 }
 INSTANTIATE_TEST_SUITE_P(All, Ready,
-                         ::testing::Combine(::testing::ValuesIn(ready_cases), ::testing::Values(2, 1)),
+                         ::testing::Combine(::testing::ValuesIn(ready_cases),
+                                            ::testing::Values(Kernel::current, Kernel::classless)),
                          [](const auto &c) {
                            std::string name = std::get<0>(c.param).what;
                            for (char &letter : name)
                              if (!isalnum(static_cast<unsigned char>(letter))) letter = '_';
-                           return name + "_" + std::to_string(std::get<1>(c.param));
+                           return name + "_" +
+                                  (std::get<1>(c.param) == Kernel::current ? "current" : "classless");
                          });
 
 TEST_F(Npiv, ReadinessOfNoBoardReadsThree) {
@@ -560,7 +573,7 @@ TEST_F(Npiv, FaultsInAttributes) {
 }
 
 TEST_F(Npiv, FaultsInListsOfOlderKernels) {
-  add_boards(1);
+  add_boards(Kernel::classless);
   add_vport();
   scan();
   sweep_faults([&] {
