@@ -456,7 +456,7 @@ const ReadyCase ready_cases[] = {
     {"no driver parameter",
      [](auto &h, auto &) { h.machine().vfs().remove(h.scsi_dir() + "vosk_enable_npiv"); }, 0, 0x3e},
     {"SLI-2", [](auto &h, auto &) { h.set_scsi("fwrev", "1.0, sli-2"); }, 4, 0x3d},
-    {"SLI unknown", [](auto &h, auto &) { h.set_scsi("fwrev", "1.0"); }, 0, 0x3d},
+    {"SLI unknown", [](auto &h, auto &) { h.set_scsi("fwrev", "1.0"); }, 0, 0x39},
     {"SLI-3", [](auto &h, auto &) { h.set_scsi("fwrev", "2.0, sli-3"); }, 0, 0xff},
     {"firmware level 8", [](auto &h, auto &) { revision(h, 0xffff08ff); }, 0, 0x3b},
     {"firmware level 9", [](auto &h, auto &) { revision(h, 0x00000900); }, 0, 0xff},
