@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "hcx_netlink.h"
+#include "hcx_sdapi.h"
 #include "libhcx.h"
 
 using namespace hcx;
@@ -115,7 +116,8 @@ void free_inventory() {
   free_retired_records();
 }
 
-// Keeps the inventory where a callback that has not returned can go on using it, and nobody else finds it.
+// Keeps the inventory where a callback that has not returned can go on using it, and nobody else finds it. Never freed:
+// nothing tells when the last one has come back.
 void leave_inventory() {
   static hcx_host *left;
   for (hcx_host **end = &left;; end = &(*end)->next) {
@@ -207,10 +209,10 @@ uint32_t InitDiagEnv(brdinfo *ba) {
 
 uint32_t HCX_FreeDiagEnv(void) {
   HCX_TRACE();
-  hcx_sd_deinit();
+  const bool no_diagnostic_call = sd::shut_down();
   // The listener walks the hosts, so it goes first.
   net_link_exit();
-  if (listeners_left_behind() == 0) {
+  if (no_diagnostic_call && listeners_left_behind() == 0) {
     free_inventory();
   } else {
     leave_inventory();

@@ -45,6 +45,10 @@ HostRef find_board(uint32_t board_id);
 // Frees every registration. Only with the lock held.
 void drop_registrations();
 
+// The end of the service at teardown. A thread that has the lock, in a registered function for example, ends it too:
+// false then, because that thread goes on using its host's record afterwards.
+bool shut_down();
+
 inline bool is_zero(const HBA_WWN &wwn) {
   return wwn_load(wwn.wwn) == 0;
 }

@@ -59,6 +59,15 @@ int32_t find_target(const char *caller, uint32_t board_id, HBA_WWN port_id, Targ
   return SD_OK;
 }
 
+bool shut_down() {
+  if (!lock_is_mine) return hcx_sd_deinit() == SD_OK;
+  libhcx_syslog(LOG_ERROR, "%s - called with the lock of the diagnostic service", "HCX_FreeDiagEnv");
+  // It stays configured, or the lock could not be given back; without boards it does nothing until the next start.
+  drop_registrations();
+  hcx_board_count = 0;
+  return false;
+}
+
 }  // namespace hcx::sd
 
 using namespace hcx::sd;

@@ -190,7 +190,7 @@ typedef struct sd_fcprdchkerr_v0 {
  * A function that is called for an event, with the values of its registration. It runs in the library's listener
  * thread, which holds the lock of the diagnostic service and the board's read lock meanwhile: copy what is needed and
  * return. A HCX_SD_ call from inside it returns SD_ERROR_GENERIC, and a call that reads the board's ports anew would
- * wait for ever.
+ * wait for ever. HCX_FreeDiagEnv() may be called, but leaves the memory of the boards allocated then.
  */
 typedef void(sd_callback)(uint32_t board_id, HBA_WWN port_id, uint32_t event_category,
                           uint32_t event_subcategory, void *context, SD_event *event);

@@ -436,7 +436,10 @@ TEST_F(SdEventTest, CallsFromAllSides) {
   });
   for (int i = 0; i < rounds / 10; ++i) {
     EXPECT_EQ(hcx_sd_deinit(), SD_OK);
+    // Nobody is called once the service is down.
+    calls.take();
     happen(plogi);
+    EXPECT_EQ(calls.take().size(), 0u);
     EXPECT_EQ(hcx_events_list_head, nullptr);
     EXPECT_EQ(hcx_sd_init(table, 2), SD_OK);
     std::this_thread::yield();
@@ -479,6 +482,37 @@ TEST_F(SdListenerTest, EveryKindComesThroughTheListener) {
   EXPECT_EQ(HCX_FreeDiagEnv(), 0u);
   EXPECT_EQ(HCX_SD_unRegisterForEvent(0, {}, handle), SD_ERROR_LIB_NOT_INIT);
   EXPECT_EQ(hcx_events_list_head, nullptr);
+}
+
+// The delivery gives the host back after the function: its record must still be there. After the next start the
+// function is not called again.
+TEST_F(SdListenerTest, AFunctionMayTearTheLibraryDown) {
+  sim::Machine m;
+  sim::Installed installed(m);
+  sim::Host &host = m.add_host({.number = 3, .wwpn = 0x1000000000000003});
+  hcx_brdinfo table[1] = {};
+  ASSERT_EQ(HCX_InitDiagEnv(table, 1), 1u);
+  uint32_t handle;
+  ASSERT_EQ(HCX_SD_RegisterForEvent(0, {}, 1, 1, first, &handle, on_event), SD_OK);
+  hcx_host *const record = hcx_host_list;
+  calls.inside = [] { HCX_FreeDiagEnv(); };
+  m.events().diagnostic(host, {"plogi", port});
+  ASSERT_TRUE(calls.wait(1));
+  calls.take();
+  while (m.netlink().sockets() != 0)
+    std::this_thread::yield();
+  calls.inside = nullptr;
+  EXPECT_EQ(hcx_host_list, nullptr);
+  EXPECT_EQ(pthread_rwlock_trywrlock(&record->rwlock), 0) << "still locked";
+  pthread_rwlock_unlock(&record->rwlock);
+
+  ASSERT_EQ(HCX_InitDiagEnv(table, 1), 1u);
+  ASSERT_EQ(HCX_SD_RegisterForEvent(0, {}, 8, 1, second, &handle, on_event), SD_OK);
+  m.events().diagnostic(host, {"plogi", port});
+  m.events().diagnostic(host, {"board"});
+  ASSERT_TRUE(calls.wait(1));
+  EXPECT_EQ(calls.take(), std::vector<std::string>{"second board 0 port 0000000000000000 8/1 nothing"});
+  EXPECT_EQ(HCX_FreeDiagEnv(), 0u);
 }
 
 }  // namespace
