@@ -4,7 +4,6 @@
 // editing steps also run by themselves, on heap blocks of exactly 1024 bytes.
 #include <errno.h>
 #include <linux/bsg.h>
-#include <scsi/scsi_bsg_fc.h>
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <algorithm>
@@ -79,6 +78,7 @@ class Adapter final : public hcx::sysio::Machine {
   mode_t set_umask(mode_t) override { return 022; }
   int run(const char *) override { return -1; }
   time_t now() override { return 1700000000; }
+  int clock_resolution(timespec *) override { return -EINVAL; }
   void sleep_us(uint64_t) override {}
   int host_name(char *, size_t) override { return -ENOENT; }
   void syslog_open(const char *, int, int) override {}
@@ -161,7 +161,8 @@ class Adapter final : public hcx::sysio::Machine {
 
 std::unique_ptr<uint8_t[]> image_block(FuzzedDataProvider &input) {
   std::unique_ptr<uint8_t[]> block(new uint8_t[1024]());
-  input.ConsumeData(block.get(), 1024);
+  const std::string bytes = input.ConsumeRandomLengthString(1024);
+  memcpy(block.get(), bytes.data(), bytes.size());
   return block;
 }
 
