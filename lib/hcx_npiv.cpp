@@ -132,6 +132,11 @@ uint32_t Rel_VPGetList(uint32_t board, HCX_VPEntryList *list) {
   return listing.finish();
 }
 
+// For calls that find no board by its number: the first scan finds the boards, and how this kernel names remote ports.
+void scan_once() {
+  if (!hcx_host_list) board_host(0);
+}
+
 // A remote port as a target of the SCSI layer; false when it is none.
 bool read_target(const Path &dir, const char *name, NodeInfo *node) {
   const bool old = sysfs_ver < LK2_6_12;
@@ -212,6 +217,7 @@ uint32_t HCX_VPGetResource(uint32_t board, HCX_VPResource *pVPRes) {
 uint32_t vpGetPhys(uint32_t host_no, uint32_t *brd_idx, uint32_t *bus) {
   HCX_TRACE();
   if (!brd_idx || !bus) return npiv::kFailed;
+  npiv::scan_once();
   const HostRef host(hcx_vport_to_physical_host(host_no));
   if (!host) {
     HCX_LOG(LOG_ERROR, "no host for board %d", host_no);
@@ -227,11 +233,10 @@ uint32_t HCX_GetFcpTargetMappingByWWN(uint32_t, HBA_WWN *, void *) {
   return HBA_STATUS_ERROR_NOT_SUPPORTED;
 }
 
-uint32_t HCX_GetAllNodeInfoByWWN(uint32_t board, HBA_WWN *pWWPN, HCX_GetNodeInfo *pNodeInfo) {
+uint32_t HCX_GetAllNodeInfoByWWN(uint32_t, HBA_WWN *pWWPN, HCX_GetNodeInfo *pNodeInfo) {
   HCX_TRACE();
   if (!pWWPN || !pNodeInfo) return npiv::kFailed;
-  // A first scan finds out how this kernel names remote ports.
-  if (!hcx_host_list) board_host(board);
+  npiv::scan_once();
   const int host_no = hcx_get_host_id(pWWPN);
   if (host_no < 0) {
     pNodeInfo->numberOfEntries = 0;

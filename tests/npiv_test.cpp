@@ -170,6 +170,15 @@ TEST_F(Npiv, PhysicalBoardOfAHost) {
   EXPECT_TRUE(m.logged("vpGetPhys - no host for board 77"));
 }
 
+TEST_F(Npiv, PhysicalBoardIsFoundBeforeAnyOtherCall) {
+  add_boards();
+  add_vport();
+  uint32_t board = 99, bus = 99;
+  EXPECT_EQ(vpGetPhys(21, &board, &bus), 0u);
+  EXPECT_EQ(board, UINT32_MAX) << "boards have no numbers yet";
+  EXPECT_EQ(bus, 1u);
+}
+
 // ---- one port ----
 
 TEST_F(Npiv, AttributesOfAPort) {
