@@ -500,8 +500,7 @@ void Host::build_vport() {
   put("roles", "FCP Initiator");
   put("symbolic_name", name_of_port, 0644);
   put("vport_last_state", "Unknown");
-  const bool up = machine_.vfs().text(parent_->scsi_dir() + "link_state").starts_with("Link Up");
-  put("vport_state", up ? "Active" : "Linkdown");
+  put("vport_state", "Active");
   put("vport_type", "NPIV VPORT");
   machine_.vfs().put_text(dir + "vport_delete", "", 0200);
   machine_.vfs().put_text(dir + "vport_disable", "", 0200);

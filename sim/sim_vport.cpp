@@ -18,6 +18,8 @@ namespace sim {
 using nlohmann::json;
 
 namespace {
+constexpr size_t kLongestName = 64;  // symbolic, with the class for virtual ports
+
 struct Names {
   uint64_t wwpn = 0, wwnn = 0;
   std::string name;
@@ -140,12 +142,26 @@ int create(Host &host, const std::string &text, bool with_name) {
   return 0;
 }
 
+// Drops what the machine's state keeps of a port that goes for good: the next one may get its numbers.
+void forget(Host &vport) {
+  Machine &machine = vport.machine();
+  // The directory in the device tree that comes and goes with the port.
+  std::string dir = vport.device_dir();
+  if (machine.has_vport_class()) dir.resize(dir.size() - (vport.name() + "/").size());
+  json &texts = machine.state()["texts"];
+  for (auto it = texts.begin(); it != texts.end();)
+    it = it.key().starts_with(dir) ? texts.erase(it) : std::next(it);
+  if (json &hosts = machine.state()["hosts"]; hosts.is_object()) hosts.erase(std::to_string(vport.number()));
+  machine.touch();
+}
+
 int remove(Host &host, const std::string &text) {
   Names names;
   if (!parse(text, false, names)) return -EINVAL;
   for (Host *vport : host.vports()) {
     if (vport->spec().wwpn != names.wwpn || vport->spec().wwnn != names.wwnn) continue;
     if (host.machine().vfs().text(vport->scsi_dir() + "vosk_static_vport") == "1\n") return -EPERM;
+    forget(*vport);
     host.remove_vport(names.wwpn, names.wwnn);
     keep_list(host);
     return 0;
@@ -169,6 +185,18 @@ void add_files(Host &host) {
       vfs.put_text(host.scsi_dir() + "vosk_symbolic_name", host.vport()->name + "\n");
       return;
     }
+    vfs.on_read(host.vport_dir() + "vport_state", [parent](std::string &text) {
+      const std::string link = parent->machine().vfs().text(parent->scsi_dir() + "link_state");
+      text = link.starts_with("Link Up") ? "Active\n" : "Linkdown\n";
+      return 0;
+    });
+    vfs.on_write(host.vport_dir() + "symbolic_name",
+                 [&machine = host.machine(), path = host.vport_dir() + "symbolic_name"](std::string text) {
+                   if (text.ends_with('\n')) text.pop_back();
+                   if (text.size() > kLongestName) return -EINVAL;
+                   machine.set_text(path, text + "\n");
+                   return 0;
+                 });
     vfs.on_write(host.vport_dir() + "vport_delete", [parent, &host](const std::string &) {
       return remove(*parent,
                     wwn_text(host.spec().wwpn).substr(2) + ":" + wwn_text(host.spec().wwnn).substr(2));
@@ -202,7 +230,8 @@ void install_vports(Machine &machine) {
     bool waiting = false;
     for (Host *host : machine.hosts()) {
       if (host->parent() != nullptr) continue;
-      if (path == "/sys/class/fc_host") arrive(*host);
+      // The list of the hosts' ports, and what every process reads first.
+      if (path == "/sys/class/fc_host" || path == "/sys/class/scsi_host") arrive(*host);
       waiting |= !coming(*host).empty();
     }
     return waiting;

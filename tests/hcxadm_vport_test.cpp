@@ -68,6 +68,10 @@ TEST_F(HcxadmVport, ListsAndShowsPorts) {
   EXPECT_EQ(port.at("targets"), json::array({"50:00:00:00:00:00:00:51"}));
   EXPECT_EQ(port.at("checklist"), 255);
   EXPECT_EQ(port.at("missing"), json::array());
+  host->set_scsi("link_state", "Link Down");
+  const json down = data("vport show 0 2009000000000003").at(0);
+  EXPECT_EQ(down.at("state"), "link down");
+  EXPECT_EQ(down.at("missing"), json::array({"link"}));
 }
 
 TEST_F(HcxadmVport, ListsMorePortsThanItExpects) {
@@ -123,6 +127,9 @@ TEST_F(HcxadmVport, MakesAndDeletesWhenConfirmed) {
   EXPECT_EQ(port.at("name"), "Quorva PPN-20:00:01:00:00:00:00:03 VPort-2 VName-db2");
   EXPECT_EQ(run("vport delete 0 2000010000000003", "y\n"), 0);
   EXPECT_EQ(data("vport").size(), 1U);
+  // A name that the kernel does not take is no reason to undo the port.
+  EXPECT_EQ(run("--yes vport create 0 --name " + std::string(65, 'x')), 0);
+  EXPECT_NE(errors.find("its name could not be set"), std::string::npos) << errors;
 }
 
 TEST_F(HcxadmVport, WaitsForAPortThatAppearsLater) {
@@ -133,6 +140,8 @@ TEST_F(HcxadmVport, WaitsForAPortThatAppearsLater) {
   EXPECT_EQ(run("--yes vport create 0 --wait 0"), 6);
   EXPECT_NE(errors.find("it has not appeared yet"), std::string::npos) << errors;
   EXPECT_EQ(text, "");
+  // As the message says, the list shows it when it has.
+  EXPECT_EQ(data("vport list 0").size(), 4U);
 }
 
 TEST_F(HcxadmVport, ARefusalByTheDriverSaysWhatIsMissing) {

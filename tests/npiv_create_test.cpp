@@ -270,6 +270,9 @@ TEST_F(NpivCreate, SymbolicNames) {
   EXPECT_EQ(written(), Texts{});
   EXPECT_EQ(hcx_set_vport_sybolic_name(&wwpn, name), 0);
   EXPECT_EQ(written(), Texts{"fc_vports/vport-3:0-1/symbolic_name=db1"});
+  std::string longest(64, 'x'), longer(65, 'x');
+  EXPECT_EQ(hcx_set_vport_sybolic_name(&wwpn, longest.data()), 0);
+  EXPECT_EQ(hcx_set_vport_sybolic_name(&wwpn, longer.data()), EINVAL);
   m.fail({.verb = sim::Verb::write, .path = "symbolic_name", .error = EINVAL});
   EXPECT_EQ(hcx_set_vport_sybolic_name(&wwpn, name), EINVAL);
   m.fail({.verb = sim::Verb::open, .path = "symbolic_name", .error = EACCES});

@@ -297,6 +297,21 @@ TEST(SimVports, AreSeenByTheOtherMachineOnAFolder) {
     EXPECT_EQ(write_all(b, "/sys/class/fc_vports/vport-2:0-0/vport_delete", "1\n"), 2);
     EXPECT_EQ(a.stat("/sys/class/scsi_host/host12", nullptr), -ENOENT);
     EXPECT_EQ(read_all(a, "/sys/class/fc_host/host2/npiv_vports_inuse"), "1\n");
+    // What was written to a port goes with it, however often its numbers are given again.
+    const std::string dir = "/sys/class/fc_vports/vport-2:0-1/", name = "2002000000000001:2102000000000001";
+    EXPECT_EQ(write_all(a, dir + "symbolic_name", "db1"), 3);
+    EXPECT_EQ(write_all(a, "/sys/class/fc_host/host2/vport_delete", name), 33);
+    sim::Machine c;
+    sim::default_san(c);
+    c.use_state(folder);
+    EXPECT_EQ(write_all(c, "/sys/class/fc_host/host2/vport_create", name), 33);
+    sim::Machine d;
+    sim::default_san(d);
+    d.use_state(folder);
+    EXPECT_EQ(d.vfs().names("/sys/class/fc_vports").size(), 1U);
+    const std::string again = "/sys/class/fc_vports/" + d.vfs().names("/sys/class/fc_vports").front() + "/";
+    EXPECT_EQ(read_all(d, again + "port_name"), "0x2002000000000001\n");
+    EXPECT_EQ(read_all(d, again + "symbolic_name"), "\n");
   }
   std::filesystem::remove_all(folder);
 }
