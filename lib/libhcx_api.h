@@ -32,19 +32,98 @@ extern "C" {
 
 /* ---- Start-up, teardown, version ---- */
 
+/*
+ * Starts the library and describes the boards.
+ *
+ * ba     out: one record for each adapter port, by kernel host number; may be null when count is 0
+ * count  records at ba
+ *
+ * Returns the number of hosts found, which may exceed count: only the first `count` boards get a record and a number,
+ * so clamp it before walking ba. 0: the driver's management version is not known, no host was found, none has a PCI
+ * device, or the driver does not answer (everything is then taken down again).
+ * On an inventory that is there already, from an earlier start or from a call that scanned on demand, nothing is
+ * scanned anew: the boards are numbered again and described, and listeners stay as they are.
+ * Reads the inventory's attributes and, for each board, "irq", "device" and "vendor" of the PCI device and
+ * "vosk_drvr_version", "fwrev", "board_mode" and the size of "slimem" of the host; asks the driver for its management
+ * revision (vendor command 6). Reads the log switch.
+ * Blocks for as long as the scan and the driver's answer take. Must not overlap any other call.
+ */
 uint32_t HCX_InitDiagEnv(hcx_brdinfo *ba, uint32_t count);
+
+/*
+ * The same with the older board record.
+ *
+ * ba  out: room for 32 records; their a_rsvd1, a_rsvd2 and a_siglvl are left as they are
+ *
+ * Returns the number of records to look at, at most 32; 0 as above, for a null ba, and without memory. Hosts that got
+ * no record count too: where some have no PCI device the last records are zero.
+ * Blocks as HCX_InitDiagEnv() does.
+ */
 uint32_t InitDiagEnv(brdinfo *ba);
+
+/*
+ * Takes the library down: releases the inventory with every record that was handed out, and deletes the log switch
+ * file, which ends logging in every process of the machine. May be called again.
+ *
+ * Returns 0.
+ * Must not overlap any other call, and no host may be held.
+ */
 uint32_t HCX_FreeDiagEnv(void);
+
+/* The same. Returns what HCX_FreeDiagEnv() does. */
 uint32_t FreeDiagEnv(void);
+
+/*
+ * The library's version.
+ *
+ * ver  out: "4.2.17", terminated; room for 19 bytes
+ */
 void HCX_GetLibVer(uint8_t *ver);
+
+/*
+ * The host of a board number.
+ *
+ * list     head of a list of hosts, hcx_host_list for the inventory
+ * brd_idx  board number
+ *
+ * Returns the first host with that number, its read lock held; null when there is none.
+ * Reads memory only. Blocks while the host is being rescanned.
+ */
 hcx_host *hcx_host_find_by_idx(hcx_host *list, int brd_idx);
 
-/* ---- Logging ---- */
+/* ---- Logging ----
+ *
+ * Lines go to the system log as "LIBHCX", facility user, priority info. Which ones is said by a mask of log_enable bits
+ * in the file "/tmp/libhcx_syslog_enable": eight hexadecimal digits and a newline. Each process reads it at start-up
+ * and again at its first log call after more than 20 seconds. Anything but a regular file there counts as no file.
+ * All of these may be called from any thread, keep errno, and block no longer than the system log does.
+ */
 
+/* The mask in force; 0 is off. Written by the calls below and by the refresh. */
 extern uint32_t libhcx_logging_enable;
+
+/*
+ * Logs a line.
+ *
+ * enabled  log_enable bits; the line is written when one of them is in the mask
+ * format   as printf; by convention "%s - ..." with the caller's name first
+ */
 void libhcx_syslog(uint32_t enabled, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+/*
+ * Writes the switch file and makes it count at once in this process.
+ *
+ * enable  the new mask, 0 to 0x3ffff; a larger one is ignored
+ */
 void libhcx_syslog_enable(uint32_t enable);
+
+/* Closes the connection to the system log and deletes the switch file. */
 void libhcx_syslog_unlink(void);
+
+/*
+ * Logs the call stack, whatever the mask: the library's own frames and the first one of the application, at most ten,
+ * as "stack(N) - NAME".
+ */
 void libhcx_backtrace(void);
 
 /* ---- Reset and board mode ----
