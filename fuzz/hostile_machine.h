@@ -87,11 +87,16 @@ class HostileMachine final : public hcx::sysio::Machine {
     if (mode) *mode = input_.ConsumeBool() ? S_IFREG | 0644 : input_.ConsumeIntegral<mode_t>();
     return input_.ConsumeIntegral<uint16_t>();
   }
-  int fstat(int fd, mode_t *mode) override {
+  int fstat(int fd, mode_t *mode, nlink_t *links) override {
     file(fd);
     if (refuses()) return error();
     *mode = input_.ConsumeBool() ? S_IFREG | 0644 : input_.ConsumeIntegral<mode_t>();
+    if (links) *links = input_.ConsumeIntegralInRange<nlink_t>(0, 2);
     return 0;
+  }
+  int truncate(int fd, off_t) override {
+    file(fd);
+    return refuses() ? error() : 0;
   }
   int list(const char *, const char *prefix, std::vector<std::string> &names) override {
     if (refuses()) return error();

@@ -3,8 +3,8 @@
 // Any thread may log, also from inside a signal handler that interrupted the library, so nothing here takes a
 // lock of the library's own: the mask, the time of the last reading and the state of the connection are
 // atomics. Two threads that refresh at the same time merely read the switch file twice. The switch file has a
-// well-known name in a directory that everyone may write to, and processes of root read and truncate it: it
-// is never followed through a link, and anything but a regular file counts as missing.
+// well-known name in a directory that everyone may write to, and processes of root read and rewrite it: it is
+// never followed through a link, and anything but a regular file of that one name counts as missing.
 #include <errno.h>
 #include <execinfo.h>
 #include <fcntl.h>
@@ -45,13 +45,33 @@ void disconnect() {
   if (connected.exchange(false)) sysio::machine().syslog_close();
 }
 
-// Opens the switch file; "none" when it is no regular file. O_NONBLOCK: a pipe put in its place must not hang
-// us.
+// Opens the switch file; a negated errno when it is missing, "none" when it is something else: a pipe put in
+// its place must not hang us (O_NONBLOCK), and what bears a second name is somebody's file.
 Fd open_switch(int flags) {
   Fd fd(sysio::machine().open(kSwitchFile, flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
   mode_t mode = 0;
-  if (fd.ok() && (sysio::machine().fstat(fd.get(), &mode) < 0 || !S_ISREG(mode))) fd.reset();
+  nlink_t names = 0;
+  if (fd.ok() && (sysio::machine().fstat(fd.get(), &mode, &names) < 0 || !S_ISREG(mode) || names != 1)) {
+    fd.reset();
+  }
   return fd;
+}
+
+// The switch file, empty, to be written. A file that is there is emptied only once it is known to be ours, and
+// never opened with O_CREAT: kernels refuse that for another user's file in a directory like this one.
+Fd empty_switch() {
+  constexpr int attempts = 3;  // other processes may delete and make it meanwhile
+  for (int i = 0; i < attempts; ++i) {
+    Fd fd = open_switch(O_WRONLY);
+    if (fd.ok()) {
+      if (sysio::machine().truncate(fd.get(), 0) < 0) fd.reset();
+      return fd;
+    }
+    if (fd.get() != -ENOENT) return fd;
+    fd = open_switch(O_WRONLY | O_CREAT | O_EXCL);
+    if (fd.ok() || fd.get() != -EEXIST) return fd;
+  }
+  return Fd();
 }
 
 uint32_t read_switch() {
@@ -136,7 +156,7 @@ void libhcx_syslog_enable(uint32_t enable) {
   KeepErrno keep;
   ssize_t written = 0;
   {
-    Fd fd = open_switch(O_WRONLY | O_CREAT | O_TRUNC);
+    Fd fd = empty_switch();
     if (!fd.ok()) return;
     char text[16];
     snprintf(text, sizeof text, "%08x\n", enable);

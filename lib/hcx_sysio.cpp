@@ -82,11 +82,20 @@ class PosixMachine final : public Machine {
     return st.st_size;
   }
 
-  int fstat(int fd, mode_t *mode) override {
+  int fstat(int fd, mode_t *mode, nlink_t *links) override {
     struct stat st;
     if (::fstat(fd, &st) < 0) return -errno;
     *mode = st.st_mode;
+    if (links) *links = st.st_nlink;
     return 0;
+  }
+
+  int truncate(int fd, off_t size) override {
+    int rc;
+    do {
+      rc = ::ftruncate(fd, size);
+    } while (rc < 0 && errno == EINTR);
+    return result(rc);
   }
 
   // Straight from the kernel: opendir() allocates 32 KiB and asks for the kind of file, once per LUN of a scan.

@@ -48,7 +48,9 @@ class Machine {
   virtual int lock(int fd, int operation) = 0;
   // Size in bytes of a file that is not opened; type bits and mode go to *mode when that is not null.
   virtual int64_t stat(const char *path, mode_t *mode = nullptr) = 0;
-  virtual int fstat(int fd, mode_t *mode) = 0;
+  // Type bits and mode of an open file; the number of its names to *links when that is not null.
+  virtual int fstat(int fd, mode_t *mode, nlink_t *links = nullptr) = 0;
+  virtual int truncate(int fd, off_t size) = 0;
   // Appends the names in a directory that begin with `prefix`, in directory order, without "." and "..".
   virtual int list(const char *path, const char *prefix, std::vector<std::string> &names) = 0;
   // Text of a symbolic link, not terminated; its length.

@@ -366,7 +366,7 @@ int64_t Machine::stat(const char *path, mode_t *mode) {
   return node->stat_size();
 }
 
-int Machine::fstat(int fd, mode_t *mode) {
+int Machine::fstat(int fd, mode_t *mode, nlink_t *links) {
   const std::lock_guard guard(mutex_);
   OpenFile *opened = file(fd);
   if (const int rc = enter(Verb::fstat, opened != nullptr ? opened->path : ""); rc != 0) return rc;
@@ -375,9 +375,24 @@ int Machine::fstat(int fd, mode_t *mode) {
     struct stat found;
     if (::fstat(opened->real_fd, &found) != 0) return -errno;
     *mode = found.st_mode;
+    if (links != nullptr) *links = found.st_nlink;
     return 0;
   }
   *mode = opened->node->stat_mode();
+  if (links != nullptr) *links = opened->node->links;
+  return 0;
+}
+
+int Machine::truncate(int fd, off_t size) {
+  const std::lock_guard guard(mutex_);
+  OpenFile *opened = file(fd);
+  if (const int rc = enter(Verb::truncate, opened != nullptr ? opened->path : ""); rc != 0) return rc;
+  if (opened == nullptr) return -EBADF;
+  if (size < 0 || !wants_write(opened->flags)) return -EINVAL;
+  if (opened->real_fd >= 0) return ::ftruncate(opened->real_fd, size) != 0 ? -errno : 0;
+  Node &node = *opened->node;
+  if (node.kind != NodeKind::text && node.kind != NodeKind::binary) return -EINVAL;
+  if (!node.sysfs) node.data.resize(static_cast<size_t>(size));
   return 0;
 }
 

@@ -43,6 +43,7 @@ enum class Verb {
   lock,
   stat,
   fstat,
+  truncate,
   list,
   read_link,
   unlink,
@@ -217,7 +218,8 @@ class Machine : public hcx::sysio::Machine {
   off_t seek(int fd, off_t offset) override;
   int lock(int fd, int operation) override;
   int64_t stat(const char *path, mode_t *mode) override;
-  int fstat(int fd, mode_t *mode) override;
+  int fstat(int fd, mode_t *mode, nlink_t *links) override;
+  int truncate(int fd, off_t size) override;
   int list(const char *path, const char *prefix, std::vector<std::string> &names) override;
   ssize_t read_link(const char *path, char *buf, size_t size) override;
   int unlink(const char *path) override;

@@ -44,6 +44,7 @@ constexpr struct {
     {"lock", Verb::lock},
     {"stat", Verb::stat},
     {"fstat", Verb::fstat},
+    {"truncate", Verb::truncate},
     {"list", Verb::list},
     {"read_link", Verb::read_link},
     {"unlink", Verb::unlink},

@@ -56,6 +56,7 @@ struct Node {
   bool removed = false;  // gone from the tree, though somebody may hold it open
   bool sysfs = false;    // attribute rules (one store per write, permission bits bind root too)
   mode_t mode = 0755;    // permission bits
+  nlink_t links = 1;     // names; the tree itself knows one
   int64_t size = -1;     // what stat shows; -1: 4096 for an attribute, the data's size for a plain file
   std::string data;      // text, bytes, or a link's target
   Children children;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The logger: categories, the switch file and who may stand in for it, the refresh, the stack dump.
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -110,6 +111,51 @@ TEST_F(Log, ImpostorsOfTheSwitchFile) {
   m.vfs().put_dir(switch_file);
   libhcx_syslog_enable(LOG_SCSI);
   EXPECT_EQ(libhcx_logging_enable, 0u);
+}
+
+// Somebody gave another file this name: it is neither read nor emptied.
+TEST_F(Log, FileWithASecondNameIsSomebodyElses) {
+  put("00004000\n");
+  m.vfs().find(switch_file)->links = 2;
+  libhcx_syslog(LOG_ERROR, "x");
+  EXPECT_EQ(libhcx_logging_enable, 0u);
+  libhcx_syslog_enable(LOG_SCSI);
+  EXPECT_EQ(libhcx_logging_enable, 0u);
+  EXPECT_EQ(m.vfs().text(switch_file), "00004000\n");
+  m.vfs().find(switch_file)->links = 1;
+  m.fail({.verb = sim::Verb::truncate});
+  libhcx_syslog_enable(LOG_SCSI);
+  EXPECT_EQ(m.vfs().text(switch_file), "00004000\n");
+  libhcx_syslog_enable(LOG_SCSI);
+  EXPECT_EQ(m.vfs().text(switch_file), "00000200\n");
+}
+
+// A directory for everybody, where the kernel lets nobody open another user's file with O_CREAT; and other processes
+// that make the file just when it was missing.
+TEST(LogSwitch, IsMadeOnlyWhereThereIsNone) {
+  struct StickyDirectory : sim::Machine {
+    int open(const char *path, int flags, mode_t mode) override {
+      if (std::string(path) != switch_file) return sim::Machine::open(path, flags, mode);
+      EXPECT_EQ(flags & O_TRUNC, 0);
+      if (flags & O_CREAT) {
+        if (!(flags & O_EXCL) && vfs().exists(path)) return -EACCES;
+        if (racing) vfs().put_text(path, "00000001\nrest", 0644);
+      }
+      return sim::Machine::open(path, flags, mode);
+    }
+    bool racing = false;
+  } m;
+  const sim::Installed guard(m);
+  m.vfs().put_dir("/tmp");
+  libhcx_syslog_enable(LOG_SCSI);
+  EXPECT_EQ(m.vfs().text(switch_file), "00000200\n");
+  libhcx_syslog_enable(LOG_ERROR);
+  EXPECT_EQ(m.vfs().text(switch_file), "00004000\n");
+  m.vfs().remove(switch_file);
+  m.racing = true;
+  libhcx_syslog_enable(LOG_SCSI);
+  EXPECT_EQ(m.vfs().text(switch_file), "00000200\n");
+  EXPECT_EQ(m.open_fds(), 0u);
 }
 
 TEST_F(Log, LongLinesArriveWhole) {

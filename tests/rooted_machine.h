@@ -22,7 +22,8 @@ class RootedMachine : public hcx::sysio::Machine {
   off_t seek(int fd, off_t offset) override { return real_.seek(fd, offset); }
   int lock(int fd, int operation) override { return real_.lock(fd, operation); }
   int64_t stat(const char *path, mode_t *mode) override { return real_.stat(at(path).c_str(), mode); }
-  int fstat(int fd, mode_t *mode) override { return real_.fstat(fd, mode); }
+  int fstat(int fd, mode_t *mode, nlink_t *links) override { return real_.fstat(fd, mode, links); }
+  int truncate(int fd, off_t size) override { return real_.truncate(fd, size); }
   int list(const char *path, const char *prefix, std::vector<std::string> &names) override {
     return real_.list(at(path).c_str(), prefix, names);
   }
