@@ -140,43 +140,198 @@ extern hcx_host *hcx_host_list;
 extern uint32_t hcx_host_count;
 extern int sysfs_ver; /* a sysfs_tree_ver */
 
+/*
+ * ---- Lists ----
+ *
+ * Hosts, a host's remote ports and a port's LUNs are lists linked through `next` and sorted by `id`; equals stand in
+ * their order of arrival. `list` points to the head. `last`, null or a record of the list, shortens the search: an
+ * insert starts at it when its key is not greater than the new one's, a removal uses it when it is the predecessor.
+ * Nothing here locks: the list of hosts is for start-up and teardown, the lists below a host are changed under the
+ * write side of its lock and read under either side. No I/O; none blocks, but for the finders of hosts.
+ */
+
+/* Inserts a host. Returns new_host. */
 hcx_host *hcx_host_insert(hcx_host **list, hcx_host *last, hcx_host *new_host);
+/* Unlinks a host, unless it still has remote ports. Returns its predecessor; null for the head and when nothing was
+ * unlinked. */
 hcx_host *hcx_host_remove(hcx_host **list, hcx_host *last, hcx_host *host);
+/* Inserts a remote port and makes it the host's. Returns new_port; null when it is linked already or a pointer is
+ * null. */
 hcx_port *hcx_host_insert_port(hcx_host *host, hcx_port *last, hcx_port *new_port);
+/* Unlinks a remote port and clears its `next` and `host`. Returns its predecessor, as hcx_host_remove(). */
 hcx_port *hcx_host_remove_port(hcx_port **list, hcx_port *last, hcx_port *port);
+/* Inserts a LUN and makes it the port's. Returns new_lun; null when a pointer is null. */
 hcx_lun *hcx_port_insert_lun(hcx_port *port, hcx_lun *last, hcx_lun *new_lun);
+/* Unlinks a LUN and clears its `next`. Returns its predecessor, as hcx_host_remove(). */
 hcx_lun *hcx_port_remove_lun(hcx_lun **lun_list, hcx_lun *last, hcx_lun *lun);
+
+/* Find the first port of a list by its number, SCSI target number, FC address, port or node name (eight bytes, most
+ * significant first). Return it or null. The caller holds the host's lock as long as it uses the port. */
 hcx_port *hcx_port_find_by_id(hcx_port *list, uint32_t id);
 hcx_port *hcx_port_find_by_target_id(hcx_port *list, uint32_t scsi_target_id);
 hcx_port *hcx_port_find_by_port_id(hcx_port *list, uint32_t port_id);
 hcx_port *hcx_port_find_by_wwpn(hcx_port *list, const uint8_t *wwpn);
 hcx_port *hcx_port_find_by_wwnn(hcx_port *list, const uint8_t *wwnn);
+/* Finds the first LUN of a list by its Linux number. Returns it or null. */
 hcx_lun *hcx_lun_find_by_id(hcx_lun *list, uint64_t lun_id);
+
+/* Find the first host of a list by its kernel number, or by the FC address, port or node name of its local port; by
+ * board number there is hcx_host_find_by_idx(). Return it with its read lock held, which the caller releases with
+ * pthread_rwlock_unlock(&host->rwlock); null when there is none or it cannot be locked. Block while the host is being
+ * rescanned. */
 hcx_host *hcx_host_find_by_id(hcx_host *list, uint32_t id);
 hcx_host *hcx_host_find_by_port_id(hcx_host *list, uint32_t port_id);
 hcx_host *hcx_host_find_by_wwpn(hcx_host *list, const uint8_t *wwpn);
 hcx_host *hcx_host_find_by_wwnn(hcx_host *list, const uint8_t *wwnn);
+
+/* ---- Records: calloc() makes one; these release it or parts of it. All accept null, and log it. ---- */
+
+/* Releases an unlinked LUN with its texts, all but tape_dev. One that is still linked is logged and released. */
 void hcx_lun_free(hcx_lun *lun);
+/* Releases an unlinked port; its LUNs are the caller's business. Links that are still set are logged. */
 void hcx_port_free(hcx_port *port);
+/* Releases an unlinked host with its texts, lock and events. One that is linked or has ports is logged and stays. */
 void hcx_host_free(hcx_host *host);
+/* Releases and clears a host's texts, its PCI directory and its statistics baseline. */
 void hcx_host_clean(hcx_host *host);
+/* Releases and clears a LUN's generic and block device names. */
 void hcx_lun_clean(hcx_lun *lun);
+/* Print a record to standard output, one field a line: of a host the local port's names and address, of a port and a
+ * LUN what identifies it, without what is below. */
 void hcx_host_logdump(hcx_host *host);
 void hcx_port_logdump(hcx_port *port);
 void hcx_lun_logdump(hcx_lun *lun);
+
+/*
+ * ---- Discovery ----
+ *
+ * Reads sysfs; blocks until the driver has answered. What cannot be read is logged under LOG_ERROR and left zero or
+ * null. Without memory what was found so far stays.
+ */
+
+/*
+ * Builds a list of the hosts of the driver: physical ports with their remote ports and LUNs, each with brd_idx -1.
+ *   list  head of the list, hcx_host_list as a rule; a list that is not empty is left as it is
+ * Returns the number of hosts found; 0 for a list that is not empty, though sysfs_ver is settled anew in any case.
+ * Reads "npiv_info" and "vosk_log_verbose" of each entry of "/sys/class/scsi_host". For start-up.
+ */
 uint32_t hcx_sysfs_scan_hosts(hcx_host **list);
+
+/*
+ * Reads a host's attributes and its local port anew, under the write side of its lock. The calling thread must hold no
+ * side of it. Texts of the record from before are released; stat_reset stays while the port name is the same.
+ */
 void hcx_sysfs_scan_host(hcx_host *host);
+
+/*
+ * Fills a host's local port: address, node and port name, roles.
+ *   port  the port in the host record, whose `host` is set; the caller has locked the host for writing
+ */
+void hcx_sysfs_scan_lport(hcx_port *port);
+
+/*
+ * Lists a host's remote ports anew with their LUNs, under the write side of its lock. The calling thread must hold no
+ * side of it. Ports that are Online keep their records; those in another state leave the list, but their records live
+ * until teardown; those that are gone are released.
+ */
+void hcx_sysfs_scan_rports(hcx_host *host);
+
+/*
+ * Fills a remote port, and lists its LUNs if it is an FCP target.
+ *   port  its `host` and `id` are set (in old trees `scsi_target_id`); the caller has locked the host for writing
+ */
+void hcx_sysfs_scan_rport(hcx_port *port);
+
+/*
+ * Lists a remote port's LUNs anew. Those that are there keep their records; those that are gone leave the list, but
+ * their records live until teardown.
+ *   rport  its `host` and `scsi_target_id` are set; the caller has locked the host for writing
+ */
+void hcx_sysfs_scan_luns(hcx_port *rport);
+
+/*
+ * Finds the device names of a LUN.
+ *   lun  its `port` (with its `host`) and `id` are set; the caller has locked the host for writing
+ * Reads the links and directories below "/sys/class/scsi_device/H:0:T:L/device".
+ */
+void hcx_sysfs_scan_lun(hcx_lun *lun);
+
+/*
+ * ---- Look-ups in sysfs ----
+ *
+ * These ask the machine and not the inventory, so they know virtual ports and need no start-up. They block until the
+ * driver has answered. WWNs are eight bytes, most significant first; the WWN 0 is nobody's.
+ */
+
+/*
+ * The device file of a LUN.
+ *   lun_id    the eight bytes of the FC LUN, as they lie in memory; the first four give the Linux number
+ *   dev_name  out: "/dev/sg3", terminated; 256 bytes. Unchanged on failure.
+ * Returns 0; -1 when the LUN has no device or dev_name is null.
+ */
+int hcx_get_lun_file_name(uint32_t host_id, uint32_t target_id, uint64_t lun_id, char *dev_name);
+
+/*
+ * The SCSI target number that a host gave a remote port.
+ *   host_id  kernel number of the host
+ * Returns it; -1 when the host sees no such port, the port has no number, or pWWPN is null.
+ * Reads "port_name" of the host's remote ports until one matches, and its "scsi_target_id".
+ */
+int hcx_get_target_id(uint32_t host_id, HBA_WWN *pWWPN);
+
+/*
+ * The kernel number of the host, physical or virtual, with a port name.
+ * Returns it; -1 when there is none or pWWPN is null. Reads "port_name" in "/sys/class/fc_host".
+ */
+int hcx_get_host_id(HBA_WWN *pWWPN);
+
+/* Reads a host's "port_name" into *wwpn; all zero when it cannot be read. */
+void hcx_get_wwpn(uint32_t host_no, HBA_WWN *wwpn);
+
+/*
+ * The physical host that carries a virtual port; for a physical host itself.
+ *   host_no  kernel number of the virtual port's host
+ * Returns it with its read lock held, to be released by the caller; null when there is none in the inventory, which is
+ * not scanned for it. Reads the link "/sys/class/scsi_host/hostN".
+ */
+hcx_host *hcx_vport_to_physical_host(uint32_t host_no);
+
+/*
+ * ---- Questions to a host ----
+ *
+ * `host` is locked for reading by the caller, or not shared.
+ */
+
+/* Reads "board_online". Returns its number, 1 for on-line; -1 when it is missing or holds none. */
 int hcx_host_is_online(hcx_host *host);
+/* Take the port on-line or off-line by way of "board_online". Return 0; -1 when it cannot be opened. */
 int hcx_host_online(hcx_host *host);
 int hcx_host_offline(hcx_host *host);
+
+/*
+ * The driver's version, "vosk_drvr_version" from its first digit on.
+ *   buff   out: the text, terminated; empty when there is none
+ *   count  bytes at buff
+ * Returns the length of the text plus one; 1 when there is none or an argument is bad.
+ */
 int hcx_host_drv_ver(hcx_host *host, char *buff, int count);
+
+/* From the firmware revision and protocol of the record: SLI mode (3, 4), interface type of an SLI-4 port, protocol (1
+ * Fibre Channel, 0 FCoE). Return -1 when the record does not tell or host is null. No I/O. */
 int hcx_get_sli_mode(hcx_host *host);
 int hcx_get_sli4_if_type(hcx_host *host);
 int hcx_get_protocol_mode(hcx_host *host);
+
+/* The kind of PCI function. Returns 2 for the PCI devices 0x7a10 to 0x7a12, 1 for every other, -1 for a null host. Reads
+ * "device" in the host's PCI directory. */
 int hcx_get_function_type(hcx_host *host);
+
+/* The same by board number. Return -1 for an unknown board too. Scan the hosts when the inventory is empty; block while
+ * the board's host is being rescanned. */
 int hcx_get_board_sli_mode(uint32_t board);
 int hcx_get_board_sli4_if_type(uint32_t board);
 int hcx_get_board_protocol_mode(uint32_t board);
+
 /*
  * ---- Sysfs attributes ----
  *
@@ -394,23 +549,6 @@ uint32_t str2bitfield(const char *str, char sep, const named_const *descr);
  * Returns the length of the text; str_len-1 when it was cut; 0 when no row shares a bit with val or str_len is 0.
  */
 int bitfield2str(char *str, size_t str_len, uint32_t val, char sep, const named_const *descr);
-
-void hcx_sysfs_scan_lport(hcx_port *port);
-void hcx_sysfs_scan_rports(hcx_host *host);
-void hcx_sysfs_scan_rport(hcx_port *port);
-void hcx_sysfs_scan_luns(hcx_port *rport);
-void hcx_sysfs_scan_lun(hcx_lun *lun);
-/*
- * The device file of a LUN: SCSI generic, else block.
- *   lun_id    the 8-byte image, of which bytes 0 to 3 count
- *   dev_name  out: at least 256 bytes; unchanged on failure
- * Returns 0; -1 when there is none. Reads the links of the SCSI device in sysfs.
- */
-int hcx_get_lun_file_name(uint32_t host_id, uint32_t target_id, uint64_t lun_id, char *dev_name);
-int hcx_get_target_id(uint32_t host_id, HBA_WWN *pWWPN);
-int hcx_get_host_id(HBA_WWN *pWWPN);
-void hcx_get_wwpn(uint32_t host_no, HBA_WWN *wwpn);
-hcx_host *hcx_vport_to_physical_host(uint32_t host_no);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus
