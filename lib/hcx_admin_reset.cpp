@@ -20,7 +20,7 @@ constexpr int WRITE_NOT_OPENED = 2;
 // Directory of the board's driver attributes; empty when start-up gave no host this number. Starts no scan.
 Path numbered_host_dir(uint32_t board) {
   if (board > INT32_MAX) return Path();
-  HostRef host(hcx_host_find_by_idx(hcx_host_list, static_cast<int>(board)));
+  HostRef host(hcx_host_find_by_idx(hcx::host_list(), static_cast<int>(board)));
   return host ? scsi_host_dir(host->id) : Path();
 }
 

@@ -69,7 +69,7 @@ int open_any_board() {
     board.drop();
     return map_board_to_bsg(0);
   }
-  for (hcx_host *host = hcx_host_list; host; host = host->next) {
+  for (hcx_host *host = hcx::host_list(); host; host = host->next) {
     if (!hcx::is_physical_port(hcx::Text<20>("host%u", host->id).c_str())) continue;
     const int fd = map_host_to_bsg(host);
     return fd > 0 ? fd : no_node;

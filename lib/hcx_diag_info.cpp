@@ -27,7 +27,7 @@ constexpr uint32_t kMaxDump = 256;
 // Both calls describe the inventory as it stands; they do not fill an empty one.
 HostRef known_board(uint32_t board) {
   if (board > INT32_MAX) return HostRef();  // -1 marks hosts without a number
-  return HostRef(hcx_host_find_by_idx(hcx_host_list, static_cast<int>(board)));
+  return HostRef(hcx_host_find_by_idx(host_list(), static_cast<int>(board)));
 }
 
 void fill_common(hcx_host *host, HCXDrvInfo *info) {

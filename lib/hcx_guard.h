@@ -66,13 +66,17 @@ class HostRef {
   hcx_host *host_;
 };
 
-// The write side of a host's lock. The thread must hold no side of it.
+// The write side of a host's lock. The thread must not hold the read side; the write side that it already holds stays
+// its own to release.
 class HostWriteLock {
  public:
-  explicit HostWriteLock(hcx_host *host) : host_(host) { pthread_rwlock_wrlock(&host_->rwlock); }
+  explicit HostWriteLock(hcx_host *host)
+      : host_(pthread_rwlock_wrlock(&host->rwlock) == 0 ? host : nullptr) {}
   HostWriteLock(const HostWriteLock &) = delete;
   HostWriteLock &operator=(const HostWriteLock &) = delete;
-  ~HostWriteLock() { pthread_rwlock_unlock(&host_->rwlock); }
+  ~HostWriteLock() {
+    if (host_) pthread_rwlock_unlock(&host_->rwlock);
+  }
 
  private:
   hcx_host *host_;

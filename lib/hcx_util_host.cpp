@@ -3,6 +3,7 @@
 // hcx_sysfs_scan_hosts() builds hcx_host_list at start-up, or when the first call finds it empty; an inventory that is
 // there is never scanned over. hcx_sysfs_scan_host() rereads one record under its write lock; a thread that calls it
 // must hold no side of that lock.
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
@@ -65,10 +66,10 @@ char *pci_dev_of(char *link) {
 // Null when neither link tells; *path is then the one that was looked at last.
 char *find_pci_dev(uint32_t host_no, Path *path) {
   char link[256] = {};
-  *path = Path("%s/host%d", kScsiHostClass, static_cast<int>(host_no));
+  *path = Path("/sys/class/scsi_host/host%d", static_cast<int>(host_no));
   ssize_t length = sysio::machine().read_link(path->c_str(), link, sizeof link - 1);
   if (length < 0) {
-    *path = Path("%s/host%d/device", kScsiHostClass, static_cast<int>(host_no));
+    *path = Path("/sys/class/scsi_host/host%d/device", static_cast<int>(host_no));
     length = sysio::machine().read_link(path->c_str(), link, sizeof link - 1);
   }
   return length < 0 ? nullptr : pci_dev_of(link);
@@ -93,7 +94,7 @@ hcx_host *new_host(const char *name, bool *out_of_memory) {
 }
 
 uint32_t scan_all(hcx_host **list, const std::vector<std::string> &names) {
-  ClassListing rports = remote_port_listing("");
+  ClassListing rports = remote_port_listing(sysfs_ver < LK2_6_12, "");
   ClassListing devices(kScsiDeviceClass);
   uint32_t count = 0;
   hcx_host *last = nullptr;
@@ -116,7 +117,15 @@ uint32_t scan_all(hcx_host **list, const std::vector<std::string> &names) {
 
 // "board_online" of a host, written or read without asking the capability templates.
 Path online_path(const hcx_host *host) {
-  return Path("%s/host%d/board_online", kScsiHostClass, static_cast<int>(host->id));
+  return Path("/sys/class/scsi_host/host%d/board_online", static_cast<int>(host->id));
+}
+
+// What a query by host answers for a board; -1 for an unknown one.
+int ask_board(const char *caller, uint32_t board, int (*query)(hcx_host *)) {
+  const HostRef host = board_host(board);
+  if (host) return query(host.get());
+  libhcx_syslog(LOG_ERROR, "%s - no host on board %d", caller, static_cast<int>(board));
+  return -1;
 }
 
 int write_online(const Path &path, const char *text) {
@@ -138,11 +147,16 @@ bool is_physical_port(const char *name) {
   return text.equals("NPIV Physical") || text.equals("NPIV Not Supported");
 }
 
+int tree_generation() {
+  if (hcx_sysfs_test_dir("/sys/class/fc_remote_ports")) return LK2_6_12;
+  return hcx_sysfs_test_dir("/sys/class/fc_host") ? RHEL4 : SLES9;
+}
+
 HostRef board_host(uint32_t board) {
-  if (!hcx_host_list) {
+  if (!host_list()) {
     static std::mutex first_scan;
     const std::lock_guard guard(first_scan);
-    hcx_sysfs_scan_hosts(&hcx_host_list);
+    if (!hcx_host_list) hcx_sysfs_scan_hosts(&hcx_host_list);
   }
   // -1 is no board number: it marks the hosts that have none.
   if (board > INT32_MAX) return HostRef();
@@ -156,19 +170,14 @@ HostRef rescan(HostRef &&host) {
   held.drop();
   hcx_sysfs_scan_host(record);
   ::hcx_sysfs_scan_rports(record);
-  pthread_rwlock_rdlock(&record->rwlock);
-  return HostRef(record);
+  return HostRef(pthread_rwlock_rdlock(&record->rwlock) == 0 ? record : nullptr);
 }
 
 }  // namespace hcx
 
 uint32_t hcx_sysfs_scan_hosts(hcx_host **list) {
   HCX_TRACE();
-  if (hcx_sysfs_test_dir("/sys/class/fc_remote_ports")) {
-    sysfs_ver = LK2_6_12;
-  } else {
-    sysfs_ver = hcx_sysfs_test_dir("/sys/class/fc_host") ? RHEL4 : SLES9;
-  }
+  sysfs_ver = tree_generation();
   HCX_LOG(LOG_UTIL, "sysfs tree ver is %d", sysfs_ver);
   if (!list || *list) return 0;
   std::vector<std::string> names;
@@ -178,7 +187,7 @@ uint32_t hcx_sysfs_scan_hosts(hcx_host **list) {
   // The list appears whole: a look-up by another thread must not walk it while it grows.
   hcx_host *found = nullptr;
   hcx_host_count = scan_all(&found, names);
-  *list = found;
+  std::atomic_ref(*list).store(found, std::memory_order_release);
   return hcx_host_count;
 }
 
@@ -276,7 +285,9 @@ int hcx_get_protocol_mode(hcx_host *host) {
 int hcx_get_function_type(hcx_host *host) {
   HCX_TRACE();
   if (!host) return -1;
-  switch (hcx_sysfs_read_hexuint32(host->pci_dev, "device") & 0xffff) {
+  // A host without a PCI directory is of the common type.
+  const uint32_t device = host->pci_dev ? hcx_sysfs_read_hexuint32(host->pci_dev, "device") : 0;
+  switch (device & 0xffff) {
     case 0x7a10:
     case 0x7a11:
     case 0x7a12:
@@ -288,18 +299,15 @@ int hcx_get_function_type(hcx_host *host) {
 
 int hcx_get_board_sli_mode(uint32_t board) {
   HCX_TRACE();
-  const HostRef host = board_host(board);
-  return host ? hcx_get_sli_mode(host.get()) : -1;
+  return ask_board(__func__, board, hcx_get_sli_mode);
 }
 
 int hcx_get_board_sli4_if_type(uint32_t board) {
   HCX_TRACE();
-  const HostRef host = board_host(board);
-  return host ? hcx_get_sli4_if_type(host.get()) : -1;
+  return ask_board(__func__, board, hcx_get_sli4_if_type);
 }
 
 int hcx_get_board_protocol_mode(uint32_t board) {
   HCX_TRACE();
-  const HostRef host = board_host(board);
-  return host ? hcx_get_protocol_mode(host.get()) : -1;
+  return ask_board(__func__, board, hcx_get_protocol_mode);
 }

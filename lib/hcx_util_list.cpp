@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 #include "libhcx.h"
 
@@ -65,12 +67,12 @@ bool same_name(const uint8_t *a, const uint8_t *b) {
   return a && b && memcmp(a, b, 8) == 0;
 }
 
-// Every finder of hosts hands the host out with its read lock held.
+// Every finder of hosts hands the host out with its read lock held; a host that cannot be locked (by its writer, or
+// with too many readers) is not found.
 template <class Match>
 hcx_host *find_host(hcx_host *list, Match match) {
   hcx_host *host = find_node(list, match);
-  if (host) pthread_rwlock_rdlock(&host->rwlock);
-  return host;
+  return host && pthread_rwlock_rdlock(&host->rwlock) == 0 ? host : nullptr;
 }
 
 void release(char **text) {
@@ -78,10 +80,40 @@ void release(char **text) {
   *text = nullptr;
 }
 
+// Records that are in no list any more, but may still be held. Their `next` is null: whoever goes on from one comes to
+// an end instead of into another port's records.
+template <class Node>
+class Attic {
+ public:
+  void keep(Node *node) {
+    node->next = nullptr;
+    try {
+      nodes_.push_back(node);
+    } catch (...) {
+      // Without memory for the list there is only the link.
+      node->next = std::exchange(linked_, node);
+    }
+  }
+  template <class Destroy>
+  void clear(Destroy destroy) {
+    for (Node *node : nodes_)
+      destroy(node);
+    nodes_.clear();
+    while (Node *node = linked_) {
+      linked_ = std::exchange(node->next, nullptr);
+      destroy(node);
+    }
+  }
+
+ private:
+  std::vector<Node *> nodes_;
+  Node *linked_ = nullptr;
+};
+
 struct Retired {
   std::mutex lock;
-  hcx_port *ports = nullptr;
-  hcx_lun *luns = nullptr;
+  Attic<hcx_port> ports;
+  Attic<hcx_lun> luns;
 };
 // Never destroyed: an application may end while one of its threads is still inside a call.
 Retired &retired() {
@@ -112,28 +144,21 @@ void destroy_port(hcx_port *port) {
 
 void retire_port(hcx_port *port) {
   std::lock_guard guard(retired().lock);
-  port->next = retired().ports;
-  retired().ports = port;
+  retired().ports.keep(port);
 }
 
 void retire_luns(hcx_lun *list) {
   std::lock_guard guard(retired().lock);
   while (list) {
     hcx_lun *lun = std::exchange(list, list->next);
-    lun->next = std::exchange(retired().luns, lun);
+    retired().luns.keep(lun);
   }
 }
 
 void free_retired_records() {
   std::lock_guard guard(retired().lock);
-  while (hcx_port *port = retired().ports) {
-    hcx_host_remove_port(&retired().ports, nullptr, port);
-    destroy_port(port);
-  }
-  while (hcx_lun *lun = retired().luns) {
-    hcx_port_remove_lun(&retired().luns, nullptr, lun);
-    destroy_lun(lun);
-  }
+  retired().ports.clear(destroy_port);
+  retired().luns.clear(destroy_lun);
 }
 
 }  // namespace hcx

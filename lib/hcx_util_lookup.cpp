@@ -11,13 +11,14 @@ namespace {
 
 constexpr char kFcHostClass[] = "/sys/class/fc_host";
 
+// A name that cannot be read is 0, which names no port.
 bool same_name(uint64_t name, const HBA_WWN *wwn) {
-  return name == wwn_load(wwn->wwn);
+  return name != 0 && name == wwn_load(wwn->wwn);
 }
 
 // The SCSI target number of a listed remote port; -1 when it has none.
-int target_of(const char *dir, const char *name) {
-  if (sysfs_ver >= LK2_6_12) return static_cast<int>(hcx_sysfs_read_uint(dir, "scsi_target_id"));
+int target_of(bool old, const char *dir, const char *name) {
+  if (!old) return static_cast<int>(hcx_sysfs_read_uint(dir, "scsi_target_id"));
   int target;
   return sscanf(name, "target%*d:0:%d", &target) == 1 ? target : -1;
 }
@@ -38,17 +39,17 @@ int hcx_get_target_id(uint32_t host_id, HBA_WWN *pWWPN) {
   HCX_TRACE();
   if (!pWWPN) return -1;
   return no_throw(-1, [=] {
-    const bool old = sysfs_ver < LK2_6_12;
-    const int host_no = static_cast<int>(host_id);
-    const Path prefix = old ? Path("target%d:0:", host_no) : Path("rport-%d:0-", host_no);
-    ClassListing rports = remote_port_listing(prefix.c_str());
+    // Before the first scan nobody has looked yet.
+    const bool old = (host_list() ? sysfs_ver : tree_generation()) < LK2_6_12;
+    const Path prefix = rport_prefix(old, host_id);
+    ClassListing rports = remote_port_listing(old, prefix.c_str());
     ClassListing::Range names;
     if (!rports.find(prefix.c_str(), &names)) return -1;
     for (const std::string &name : names) {
       const Path dir("%s/%s/", rports.dir(), name.c_str());
       const uint64_t wwpn = old ? attr_read_hex64(dir.c_str(), "port_name")
                                 : hcx_sysfs_read_hexuint64(dir.c_str(), "port_name");
-      if (same_name(wwpn, pWWPN)) return target_of(dir.c_str(), name.c_str());
+      if (same_name(wwpn, pWWPN)) return target_of(old, dir.c_str(), name.c_str());
     }
     return -1;
   });
@@ -61,7 +62,7 @@ int hcx_get_host_id(HBA_WWN *pWWPN) {
     std::vector<std::string> names;
     sysio::list_sorted(kFcHostClass, "host", names);
     for (const std::string &name : names) {
-      const Path dir("%s/%s/", kFcHostClass, name.c_str());
+      const Path dir("/sys/class/fc_host/%s/", name.c_str());
       if (!same_name(hcx_sysfs_read_hexuint64(dir.c_str(), "port_name"), pWWPN)) continue;
       int number;
       return sscanf(name.c_str(), "host%d", &number) == 1 ? number : -1;
@@ -90,7 +91,7 @@ hcx_host *hcx_vport_to_physical_host(uint32_t host_no) {
     const size_t size = strcspn(component, "/");
     const int number = host_component(component, size);
     if (number >= 0) {
-      if (hcx_host *host = hcx_host_find_by_id(hcx_host_list, static_cast<uint32_t>(number))) return host;
+      if (hcx_host *host = hcx_host_find_by_id(host_list(), static_cast<uint32_t>(number))) return host;
     }
     component += size;
     component += strspn(component, "/");

@@ -14,19 +14,22 @@ namespace {
 
 constexpr char kScsiDeviceClass[] = "/sys/class/scsi_device";
 
-// Replaces a device name by prefix + name. Without memory it stays null, as if the device had no such name.
-void store_name(char **field, const char *prefix, const char *name) {
+// Replaces a device name. Without memory it stays null, as if the device had no such name.
+void store_name(char **field, const Path &name) {
   free(*field);
-  *field = nullptr;
-  if (asprintf(field, "%s%s", prefix, name) < 0) *field = nullptr;
+  *field = strdup(name.c_str());
 }
 
 // The numbers of the names' LUNs in ascending order, up to the first name without one (*bad, null when all have one).
-// Linux numbers LUNs with 64 bits.
-std::vector<uint64_t> lun_numbers(const ClassListing::Range &names, const std::string **bad) {
-  std::vector<uint64_t> ids;
-  ids.reserve(static_cast<size_t>(names.last - names.first));
+// Linux numbers LUNs with 64 bits. False without memory.
+bool lun_numbers(const ClassListing::Range &names, std::vector<uint64_t> &ids, const std::string **bad) {
   *bad = nullptr;
+  const auto count = static_cast<size_t>(names.last - names.first);
+  try {
+    ids.reserve(count);
+  } catch (...) {
+    return false;
+  }
   for (const std::string &name : names) {
     const char *digits = name.c_str() + name.rfind(':') + 1;
     char *end;
@@ -38,7 +41,7 @@ std::vector<uint64_t> lun_numbers(const ClassListing::Range &names, const std::s
     ids.push_back(id);
   }
   std::sort(ids.begin(), ids.end());
-  return ids;
+  return true;
 }
 
 // The first entry of `dir` that contains `word`; empty when there is none.
@@ -65,11 +68,11 @@ bool named_link_tail(const char *dir, const char *word, Path *tail) {
 void block_name_from_directory(hcx_lun *lun, const char *block_dir, const char *device_dir, int link_error) {
   std::string entry;
   if (link_error != -ENOENT && find_entry(block_dir, "s", &entry)) {
-    if (!entry.empty()) store_name(&lun->block_dev, "/dev/", entry.c_str() + entry.find('s'));
+    if (!entry.empty()) store_name(&lun->block_dev, Path("/dev/%s", entry.c_str() + entry.find('s')));
     return;
   }
   Path tail;
-  if (named_link_tail(device_dir, "block:", &tail)) store_name(&lun->block_dev, "/dev", tail.c_str());
+  if (named_link_tail(device_dir, "block:", &tail)) store_name(&lun->block_dev, Path("/dev%s", tail.c_str()));
 }
 
 // "/sys/class/scsi_device/H:0:T:L/device" and what stands in it.
@@ -86,13 +89,14 @@ struct DevicePaths {
 
 void scan_device_names(hcx_lun *lun, const DevicePaths &paths) {
   Path tail;
-  if (link_tail(paths.generic().c_str(), &tail)) store_name(&lun->generic_scsi_dev, "/dev", tail.c_str());
+  if (link_tail(paths.generic().c_str(), &tail))
+    store_name(&lun->generic_scsi_dev, Path("/dev%s", tail.c_str()));
   int block_error = 0;
   const Path block = paths.block();
   if (link_tail(block.c_str(), &tail, &block_error))
-    store_name(&lun->block_dev, "/dev", tail.c_str());
+    store_name(&lun->block_dev, Path("/dev%s", tail.c_str()));
   else if (link_tail(paths.tape().c_str(), &tail))
-    store_name(&lun->tape_dev, "/dev", tail.c_str());
+    store_name(&lun->tape_dev, Path("/dev%s", tail.c_str()));
   else
     block_name_from_directory(lun, block.c_str(), paths.device().c_str(), block_error);
 }
@@ -162,7 +166,11 @@ void hcx_sysfs_scan_luns(hcx_port *rport, ClassListing &devices) {
     return;
   }
   const std::string *bad;
-  const std::vector<uint64_t> ids = lun_numbers(names, &bad);
+  std::vector<uint64_t> ids;
+  if (!lun_numbers(names, ids, &bad)) {
+    HCX_LOG(LOG_ERROR, "out of memory for the LUNs %s", prefix.c_str());
+    return;
+  }
 
   OldList<hcx_lun> old(std::exchange(rport->lun_list, nullptr));
   hcx_lun *last = nullptr;

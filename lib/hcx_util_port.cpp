@@ -22,19 +22,12 @@ bool old_tree() {
   return sysfs_ver < LK2_6_12;
 }
 
-// The three attributes that local and remote ports have in common.
-void read_identity(hcx_port *port, const char *dir, const char *port_id_file) {
-  const bool ungated = old_tree();
-  port->port_id = ungated ? attr_read_hex32(dir, port_id_file) : hcx_sysfs_read_hexuint32(dir, port_id_file);
-  wwn_store(port->wwpn,
-            ungated ? attr_read_hex64(dir, "port_name") : hcx_sysfs_read_hexuint64(dir, "port_name"));
-  wwn_store(port->wwnn,
-            ungated ? attr_read_hex64(dir, "node_name") : hcx_sysfs_read_hexuint64(dir, "node_name"));
+void read_address(hcx_port *port, const char *dir, const char *file) {
+  port->port_id = old_tree() ? attr_read_hex32(dir, file) : hcx_sysfs_read_hexuint32(dir, file);
 }
 
-Path rport_prefix(uint32_t host_no) {
-  return old_tree() ? Path("target%d:0:", static_cast<int>(host_no))
-                    : Path("rport-%d:0-", static_cast<int>(host_no));
+void read_name(uint8_t name[8], const char *dir, const char *file) {
+  wwn_store(name, old_tree() ? attr_read_hex64(dir, file) : hcx_sysfs_read_hexuint64(dir, file));
 }
 
 bool parse_rport(const char *name, uint32_t *id) {
@@ -94,8 +87,13 @@ hcx_port *new_rport(uint32_t id) {
 
 namespace hcx {
 
-ClassListing remote_port_listing(const char *prefix) {
-  return old_tree() ? ClassListing(kRportClass, kTransportClass, prefix) : ClassListing(kRportClass, prefix);
+Path rport_prefix(bool old, uint32_t host_no) {
+  return old ? Path("target%d:0:", static_cast<int>(host_no))
+             : Path("rport-%d:0-", static_cast<int>(host_no));
+}
+
+ClassListing remote_port_listing(bool old, const char *prefix) {
+  return old ? ClassListing(kRportClass, kTransportClass, prefix) : ClassListing(kRportClass, prefix);
 }
 
 void hcx_sysfs_scan_rport(hcx_port *port, ClassListing &devices) {
@@ -123,7 +121,9 @@ void hcx_sysfs_scan_rport(hcx_port *port, ClassListing &devices) {
                                ? hcx_sysfs_read_uint(dir.c_str(), "scsi_target_id")
                                : UINT32_MAX;
   }
-  read_identity(port, dir.c_str(), "port_id");
+  read_address(port, dir.c_str(), "port_id");
+  read_name(port->wwpn, dir.c_str(), "port_name");
+  read_name(port->wwnn, dir.c_str(), "node_name");
   if (port->roles & FC_RPORT_ROLE_FCP_TARGET) hcx_sysfs_scan_luns(port, devices);
 }
 
@@ -131,7 +131,7 @@ void hcx_sysfs_scan_rports(hcx_host *host, ClassListing &rports, ClassListing &d
   HCX_TRACE();
   HostWriteLock lock(host);
   ClassListing::Range names;
-  if (!rports.find(rport_prefix(host->id).c_str(), &names)) {
+  if (!rports.find(rport_prefix(old_tree(), host->id).c_str(), &names)) {
     HCX_LOG(LOG_ERROR, "host brd_idx %d cannot list %s", host->brd_idx, rports.dir());
     return;
   }
@@ -178,10 +178,10 @@ void hcx_sysfs_scan_lport(hcx_port *port) {
     HCX_LOG(LOG_ERROR, "no port host");
     return;
   }
-  if (old_tree())
-    read_identity(port, scsi_host_dir(port->host->id).c_str(), "portfcid");
-  else
-    read_identity(port, fc_host_dir(port->host->id).c_str(), "port_id");
+  const Path dir = old_tree() ? scsi_host_dir(port->host->id) : fc_host_dir(port->host->id);
+  read_address(port, dir.c_str(), old_tree() ? "portfcid" : "port_id");
+  read_name(port->wwnn, dir.c_str(), "node_name");
+  read_name(port->wwpn, dir.c_str(), "port_name");
   port->roles = FC_RPORT_ROLE_FCP_INITIATOR;
 }
 
@@ -201,7 +201,7 @@ void hcx_sysfs_scan_rports(hcx_host *host) {
     return;
   }
   no_throw(0, [=] {
-    ClassListing rports = remote_port_listing(rport_prefix(host->id).c_str());
+    ClassListing rports = remote_port_listing(old_tree(), rport_prefix(old_tree(), host->id).c_str());
     ClassListing devices(kScsiDeviceClass, Path("%d:0:", static_cast<int>(host->id)).c_str());
     hcx_sysfs_scan_rports(host, rports, devices);
     return 0;

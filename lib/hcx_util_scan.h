@@ -43,8 +43,12 @@ class ClassListing {
   std::vector<std::string> names_;
 };
 
-// Remote ports by name; in trees without that class the transport's targets.
-ClassListing remote_port_listing(const char *prefix);
+// The layout generation of the tree as it stands, a sysfs_tree_ver; sysfs_ver holds that of the last scan.
+int tree_generation();
+// How the names of a host's remote ports begin: "rport-3:0-", in old trees those of its targets, "target3:0:".
+Path rport_prefix(bool old, uint32_t host_no);
+// Remote ports by name; in old trees without that class the transport's targets.
+ClassListing remote_port_listing(bool old, const char *prefix);
 
 // Takes records out of an old sorted list, for keys that come in ascending order: one walk for all of them.
 template <class Node>

@@ -2,6 +2,7 @@
 // What the areas of the library share among themselves and do not export.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -44,12 +45,16 @@ extern const named_const vport_state_names[];
 extern const named_const link_state_names[];
 
 // ---- hcx_util: inventory ----
+// The head of the list, with all that the scan of another thread put behind it.
+inline hcx_host *host_list() {
+  return std::atomic_ref(hcx_host_list).load(std::memory_order_acquire);
+}
 // True when the host directory `name` ("host3") belongs to a physical port.
 bool is_physical_port(const char *name);
 // The board's host with its read lock held, after a first scan when the inventory is empty.
 HostRef board_host(uint32_t board);
-// The same host after its attributes and remote ports were read again. Gives the lock back meanwhile: pointers into
-// the record's ports and texts do not survive.
+// The same host after its attributes and remote ports were read again; none when it cannot be locked again. Gives the
+// lock back meanwhile: pointers into the record's ports and texts do not survive.
 HostRef rescan(HostRef &&host);
 // Release a record that is in no list, with all it owns.
 void destroy_lun(hcx_lun *lun);

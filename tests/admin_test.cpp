@@ -133,6 +133,12 @@ TEST_F(Admin, HostsBeyondTheCapacityAreCountedOnly) {
   EXPECT_EQ(host_of(3)->brd_idx, -1);
 }
 
+TEST_F(Admin, HostsAreCountedWithoutAnArray) {
+  add_hosts({2, 3});
+  EXPECT_EQ(HCX_InitDiagEnv(nullptr, 0), 2u);
+  EXPECT_EQ(host_of(2)->brd_idx, -1);
+}
+
 TEST_F(Admin, SecondStartScansNothing) {
   add_hosts({2});
   hcx_brdinfo ba[2];

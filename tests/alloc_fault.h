@@ -1,13 +1,25 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Makes the library's next allocations fail. The test program is linked so that its calls of calloc come by here;
-// counting is per thread.
+// Makes the library's next allocations fail. The test program is linked so that its calls of calloc come by here, and
+// has its own operator new; counting is per thread.
 #pragma once
 
 namespace alloc_fault {
 
-// The nth allocation of this thread from now on fails; 0 for none.
-void fail_nth(int n);
+// The nth calloc of this thread from now on fails, or with `any` the nth calloc or new; 0 for none.
+void fail_nth(int n, bool any = false);
 // Whether it came to that. Takes the fault away.
 bool take_hit();
+
+// While one lives, nothing fails and nothing is counted in this thread: for the machine behind the library.
+class Pause {
+ public:
+  Pause();
+  Pause(const Pause &) = delete;
+  Pause &operator=(const Pause &) = delete;
+  ~Pause();
+
+ private:
+  int countdown_;
+};
 
 }  // namespace alloc_fault

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "alloc_fault.h"
 #include "libhcx.h"
 #include "sim_machine.h"
 
@@ -144,8 +145,40 @@ TEST_F(Discovery, FactsFromTexts) {
     host.pci_dev = const_cast<char *>("/sys/devices/x/");
     EXPECT_EQ(hcx_get_function_type(&host), type) << device;
   }
+  host.pci_dev = nullptr;
+  EXPECT_EQ(hcx_get_function_type(&host), 1);
   EXPECT_EQ(hcx_get_function_type(nullptr), -1);
+  libhcx_syslog_enable(LOG_ERROR);
   EXPECT_EQ(hcx_get_board_sli_mode(0), -1);
+  EXPECT_EQ(hcx_get_board_protocol_mode(~0u), -1);
+  EXPECT_TRUE(m.logged("hcx_get_board_sli_mode - no host on board 0"));
+  EXPECT_TRUE(m.logged("hcx_get_board_protocol_mode - no host on board -1"));
+}
+
+TEST_F(Discovery, OrderOfTheReads) {
+  small();
+  ASSERT_EQ(scan(), 1u);
+  libhcx_syslog_enable(LOG_DEVICE_NAME);
+  const auto files = [&](const std::string &dir) {
+    std::vector<std::string> names;
+    for (const std::string &line : m.syslog_lines())
+      if (const size_t at = line.find(dir); at != std::string::npos)
+        names.push_back(line.substr(at + dir.size()));
+    m.clear_records();
+    return names;
+  };
+  m.clear_records();
+  hcx_sysfs_scan_lport(&first()->port);
+  EXPECT_EQ(files("/sys/class/fc_host/host3/"),
+            (std::vector<std::string>{"port_id", "node_name", "port_name"}));
+  hcx_sysfs_scan_rport(first()->port_list);
+  EXPECT_EQ(files("/sys/class/fc_remote_ports/rport-3:0-0/"),
+            (std::vector<std::string>{"roles", "scsi_target_id", "port_id", "port_name", "node_name"}));
+  hcx_sysfs_scan_host(first());
+  EXPECT_EQ(files("/sys/class/scsi_host/host3/"),
+            (std::vector<std::string>{"npiv_info", "vosk_topology", "unique_id", "vosk_temp_sensor",
+                                      "nport_evt_cnt", "info", "serialnum", "hdw", "fwrev",
+                                      "option_rom_version", "protocol"}));
 }
 
 TEST_F(Discovery, OnlineState) {
@@ -288,8 +321,9 @@ TEST_F(Discovery, PortsThatComeAndGo) {
   host.rport(0)->set_state("Blocked");
   hcx_sysfs_scan_rports(first());
   EXPECT_EQ(first()->port_list, initiator);
-  // Somebody may still hold the record that left the list.
+  // Somebody may still hold the record that left the list; from it there is no way on.
   EXPECT_EQ(luns(target).size(), 3u);
+  EXPECT_EQ(target->next, nullptr);
   host.rport(0)->set_state("Online");
   hcx_sysfs_scan_rports(first());
   EXPECT_NE(first()->port_list, target);
@@ -317,6 +351,105 @@ TEST_F(Discovery, LunsThatComeAndGo) {
   EXPECT_EQ(hcx_lun_find_by_id(target->lun_list, 1), one);
   hcx_sysfs_scan_luns(target);
   EXPECT_EQ(luns(target), (std::vector<uint64_t>{1, 5, 10}));
+  hcx_lun *five = one->next;
+  rport.remove_lun(1);
+  rport.remove_lun(5);
+  hcx_sysfs_scan_luns(target);
+  EXPECT_EQ(luns(target), std::vector<uint64_t>{10});
+  for (const hcx_lun *dropped : {one, five}) {
+    EXPECT_EQ(dropped->next, nullptr);
+    EXPECT_NE(dropped->block_dev, nullptr);
+  }
+}
+
+// The machine behind the library has memory, whatever the library has.
+class Calm final : public sim::Machine {
+  using Pause = alloc_fault::Pause;
+  int open(const char *path, int flags, mode_t mode) override {
+    const Pause pause;
+    return sim::Machine::open(path, flags, mode);
+  }
+  int close(int fd) override {
+    const Pause pause;
+    return sim::Machine::close(fd);
+  }
+  ssize_t read(int fd, void *buf, size_t count) override {
+    const Pause pause;
+    return sim::Machine::read(fd, buf, count);
+  }
+  int list(const char *path, const char *prefix, std::vector<std::string> &names) override {
+    const Pause pause;
+    return sim::Machine::list(path, prefix, names);
+  }
+  ssize_t read_link(const char *path, char *buf, size_t size) override {
+    const Pause pause;
+    return sim::Machine::read_link(path, buf, size);
+  }
+  void syslog(int priority, const char *text) override {
+    const Pause pause;
+    sim::Machine::syslog(priority, text);
+  }
+};
+
+// Without memory a scan keeps what it found and a rescan what there was; no record is half made or lost.
+TEST(DiscoveryMemory, EveryAllocationMayFail) {
+  Calm m;
+  const sim::Installed guard(m);
+  sim::Rport &rport = m.add_host({.number = 3}).add_rport({.wwpn = 0x5006016000000001});
+  m.host(3)->add_rport({.wwpn = 0x5006016000000002}).add_lun({.lun = 7});
+  m.add_host({.number = 4}).add_rport().add_lun();
+  for (uint64_t lun : {0, 1})
+    rport.add_lun({.lun = lun});
+  const auto lun_counts = [] {
+    std::vector<size_t> counts;
+    for (hcx_host *host = hcx_host_list; host; host = host->next) {
+      EXPECT_NE(host->pci_dev, nullptr);
+      for (hcx_port *port = host->port_list; port; port = port->next) {
+        EXPECT_EQ(port->host, host);
+        EXPECT_NE(hcx::wwn_load(port->wwpn), 0u);
+        counts.push_back(0);
+        for (hcx_lun *lun = port->lun_list; lun; lun = lun->next, ++counts.back()) {
+          EXPECT_EQ(lun->port, port);
+          EXPECT_NE(lun->block_dev, nullptr);
+        }
+      }
+    }
+    return counts;
+  };
+  const std::vector<size_t> all = {2, 1, 1}, more = {3, 1, 1};
+  bool hit = true;
+  for (int nth = 1; hit; ++nth) {
+    SCOPED_TRACE("allocation " + std::to_string(nth));
+    alloc_fault::fail_nth(nth, true);
+    hcx_sysfs_scan_hosts(&hcx_host_list);
+    hit = alloc_fault::take_hit();
+    EXPECT_TRUE(hit || lun_counts() == all);
+    lun_counts();
+    for (hcx_host *host = hcx_host_list; host; host = host->next)
+      hcx_sysfs_scan_rports(host);
+    if (hcx_host_list && hcx_host_list->next) {
+      EXPECT_EQ(lun_counts(), all);
+    }
+    HCX_FreeDiagEnv();
+  }
+  hit = true;
+  for (int nth = 1; hit; ++nth) {
+    SCOPED_TRACE("allocation " + std::to_string(nth) + " of a rescan");
+    ASSERT_EQ(hcx_sysfs_scan_hosts(&hcx_host_list), 2u);
+    rport.add_lun({.lun = 5});
+    alloc_fault::fail_nth(nth, true);
+    hcx_sysfs_scan_rports(hcx_host_list);
+    hit = alloc_fault::take_hit();
+    const std::vector<size_t> now = lun_counts();
+    EXPECT_TRUE(now == more || (hit && now == all)) << now.size();
+    rport.remove_lun(5);
+    // What is set aside without memory is released all the same.
+    alloc_fault::fail_nth(nth, true);
+    hcx_sysfs_scan_rports(hcx_host_list);
+    alloc_fault::take_hit();
+    HCX_FreeDiagEnv();
+  }
+  EXPECT_EQ(m.open_fds(), 0u);
 }
 
 TEST_F(Discovery, PortNumbersBeyondNineAndOtherHosts) {
@@ -419,6 +552,25 @@ TEST_F(Discovery, LookUpsByName) {
   EXPECT_EQ(hcx_vport_to_physical_host(99), nullptr);
 }
 
+// Sysfs can be asked before anything has been scanned, in trees of any layout.
+TEST_P(OldTrees, LookUpsBeforeTheFirstScan) {
+  m.generation(GetParam());
+  small();
+  HBA_WWN target = wwn(0x5006016000000001);
+  EXPECT_EQ(hcx_get_target_id(3, &target), 0);
+  EXPECT_EQ(hcx_host_list, nullptr);
+}
+
+TEST_F(Discovery, NobodyHasTheName0) {
+  sim::Host &host = small();
+  HBA_WWN target = wwn(0x5006016000000001), zero = wwn(0);
+  EXPECT_EQ(hcx_get_target_id(3, &target), 0);  // before the first scan, too
+  host.rport(0)->set("port_name", "");
+  host.set_fc("port_name", "(null)");
+  EXPECT_EQ(hcx_get_target_id(3, &zero), -1);
+  EXPECT_EQ(hcx_get_host_id(&zero), -1);
+}
+
 // The number in an 8-byte image: two words, the low one first; what follows is not looked at.
 TEST_F(Discovery, DeviceFileOfAnFcpLun) {
   struct Case {
@@ -443,6 +595,9 @@ TEST_F(Discovery, DeviceFileOfAnFcpLun) {
     EXPECT_STREQ(name, "/dev/sg9");
     m.vfs().put_link(device + "/block", "../block/sdy");
     EXPECT_EQ(hcx_get_lun_file_name(3, 1, lun, name), 0);
+    EXPECT_STREQ(name, "/dev/sdy");
+    m.vfs().put_link(device + "/generic", "/" + std::string(254, 'x'));
+    EXPECT_EQ(hcx_get_lun_file_name(3, 1, lun, name), 0);  // too long for a caller's buffer: passed over
     EXPECT_STREQ(name, "/dev/sdy");
     m.vfs().put_link(device + "/generic", "../sg/sg8");
     EXPECT_EQ(hcx_get_lun_file_name(3, 1, lun, name), 0);
@@ -471,10 +626,30 @@ TEST_F(Discovery, ConcurrentRescans) {
   EXPECT_EQ(found, 100);
 }
 
+TEST_F(Discovery, FirstScanBySeveralThreads) {
+  sim::default_san(m);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([] {
+      EXPECT_FALSE(hcx::board_host(0));
+      size_t hosts = 0;
+      for (const hcx_host *host = hcx::host_list(); host; host = host->next)
+        ++hosts;
+      EXPECT_EQ(hosts, 4u);
+    });
+  }
+  for (std::thread &thread : threads)
+    thread.join();
+}
+
 TEST_F(Discovery, BoardCallsBeforeStartUpFindNoBoard) {
   small();
   EXPECT_FALSE(hcx::board_host(0));
   EXPECT_EQ(host_numbers(), std::vector<uint32_t>{3});
+  // The number that marks hosts without a board number is none either.
+  HCXDrvInfo info = {};
+  EXPECT_EQ(HCX_GetDrvInfo(~0u, &info), 12u);
+  EXPECT_FALSE(hcx::board_host(~0u));
 }
 
 }  // namespace

@@ -121,6 +121,21 @@ TEST_F(Inventory, HostsAreFoundWithTheirReadLock) {
   hcx_host_free(host);
 }
 
+// A thread that holds the write side cannot have the read side as well, and keeps what it holds.
+TEST_F(Inventory, TheWritersOwnThreadFindsNothing) {
+  hcx_host *host = make_host(7);
+  hcx_host *list = host;
+  ASSERT_EQ(pthread_rwlock_wrlock(&host->rwlock), 0);
+  EXPECT_EQ(hcx_host_find_by_id(list, 7), nullptr);
+  hcx_sysfs_scan_host(host);
+  hcx_sysfs_scan_rports(host);
+  EXPECT_NE(pthread_rwlock_tryrdlock(&host->rwlock), 0);
+  EXPECT_EQ(pthread_rwlock_unlock(&host->rwlock), 0);
+  EXPECT_EQ(hcx_host_find_by_id(list, 7), host);
+  pthread_rwlock_unlock(&host->rwlock);
+  hcx_host_free(host);
+}
+
 TEST_F(Inventory, HostsStayWhileTheyHavePorts) {
   hcx_host *list = nullptr;
   hcx_host *host = make_host(1);
