@@ -167,7 +167,7 @@ uint32_t HCX_GetAuthConfig(uint32_t, KRX_FCSP_CONFIG *config) {
   if (!config) return HCX_AUTH_BAD_CONFIG;
   uint32_t host_no;
   if (uint32_t result = find_auth_host(config->local_entity, HCX_AUTH_ERROR, host_no)) return result;
-  Secret content;
+  hcx::Secret content;
   if (!load_or_complain(content)) return HCX_AUTH_ERROR;
   std::string_view rest = content.view();
   ConfLine line;
@@ -200,7 +200,7 @@ uint32_t HCX_GetAuthConfigList(uint32_t, HBA_WWN hba_wwpn, HCX_AUTHCONFIGLIST *p
   const uint64_t local = hcx::wwn_load(hba_wwpn.wwn);
   uint32_t host_no;
   if (uint32_t result = find_auth_host(local, HCX_AUTH_NO_PORT, host_no)) return result;
-  Secret content;
+  hcx::Secret content;
   if (!load_or_complain(content)) return HCX_AUTH_ERROR;
   const uint32_t room = pList->numberOfEntries;
   HBA_WWN *entities = pList->entity;
@@ -230,6 +230,6 @@ uint32_t HCX_DeleteAuthConfig(uint32_t, HBA_WWN hba_wwpn, HBA_WWN tgt_wwpn, AUTH
 void write_config(FILE *fp, KRX_FCSP_CONFIG *config) {
   HCX_TRACE();
   if (!fp || !config) return;
-  Secret line;
+  hcx::Secret line;
   if (format_config(*config, line)) fwrite(line.data(), 1, line.size(), fp);
 }

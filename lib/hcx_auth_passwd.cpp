@@ -14,21 +14,11 @@ namespace {
 constexpr uint16_t min_length = 8;
 constexpr uint16_t max_length = 128;
 
-// The stored passwords of a pair, wiped at the end.
-struct Stored {
-  ~Stored() {
-    wipe(&local, sizeof(local));
-    wipe(&remote, sizeof(remote));
-  }
-  AUTH_PASSWD_INFO local = {};
-  AUTH_PASSWD_INFO remote = {};
-};
-
 bool find_stored(std::string_view content, uint64_t local, uint64_t remote, Stored &stored) {
   ConfLine line;
   while (next_line(content, line)) {
     if (line.kind != Kind::password || !line.of_pair(local, remote)) continue;
-    parse_passwords(line.text, stored.local, stored.remote);
+    parse_passwords(line.text, stored);
     return true;
   }
   return false;
@@ -98,23 +88,29 @@ class SetPassword final : public Editor {
     }
     if (done_) return HCX_AUTH_OK;
     Stored stored;
-    parse_passwords(line.text, stored.local, stored.remote);
+    parse_passwords(line.text, stored);
     if (is_given(&change_.new_local_passwd) && same_secret(change_.new_local_passwd, stored.remote)) {
       return HCX_AUTH_SAME_PASSWORD;
     }
     if (is_given(&change_.new_remote_passwd) && same_secret(change_.new_remote_passwd, stored.local)) {
       return HCX_AUTH_SAME_PASSWORD;
     }
-    return put(is_given(&change_.new_local_passwd) ? change_.new_local_passwd : stored.local,
-               is_given(&change_.new_remote_passwd) ? change_.new_remote_passwd : stored.remote, out);
+    return put(after(change_.new_local_passwd, stored.local, stored.odd_local),
+               after(change_.new_remote_passwd, stored.remote, stored.odd_remote), out);
   }
   uint32_t end(Secret &out) override {
     if (done_) return HCX_AUTH_OK;
-    return put(change_.new_local_passwd, change_.new_remote_passwd, out);
+    return put({change_.new_local_passwd}, {change_.new_remote_passwd}, out);
   }
 
  private:
-  uint32_t put(const AUTH_PASSWD_INFO &local, const AUTH_PASSWD_INFO &remote, Secret &out) {
+  // The new password, or the stored one; as it stands in the line if it is of no shape that we write.
+  static PasswordText after(const AUTH_PASSWD_INFO &replacement, const AUTH_PASSWD_INFO &stored,
+                            std::string_view odd) {
+    if (is_given(&replacement)) return {replacement};
+    return {stored, odd};
+  }
+  uint32_t put(const PasswordText &local, const PasswordText &remote, Secret &out) {
     done_ = true;
     return format_passwords(change_.local_entity, change_.remote_entity, local, remote, out) ? HCX_AUTH_OK
                                                                                              : HCX_AUTH_ERROR;
@@ -151,7 +147,7 @@ int check_password(AUTH_PASSWD_INFO *password) {
 int verify_password(uint64_t hba_wwpn, uint64_t tgt_wwpn, AUTH_PASSWD_INFO *lpassword,
                     AUTH_PASSWD_INFO *rpassword) {
   HCX_TRACE();
-  Secret content;
+  hcx::Secret content;
   if (!load_or_complain(content)) return HCX_AUTH_ERROR;
   Stored stored;
   if (!find_stored(content.view(), hba_wwpn, tgt_wwpn, stored)) {
@@ -167,7 +163,7 @@ uint32_t HCX_GetAuthPassword(uint32_t, KRX_AUTH_PASSWD *password) {
   if (!password) return HCX_AUTH_BAD_PASSWORD;
   uint32_t host_no;
   if (uint32_t result = find_auth_host(password->local_entity, HCX_AUTH_ERROR, host_no)) return result;
-  Secret content;
+  hcx::Secret content;
   if (!load_or_complain(content)) return HCX_AUTH_ERROR;
   Stored stored;
   if (!find_stored(content.view(), password->local_entity, password->remote_entity, stored))
@@ -197,16 +193,19 @@ int read_password(char *line, KRX_AUTH_PASSWD *password) {
   if (!next_line(rest, parsed) || parsed.kind != Kind::password || !parsed.paired) return 1;
   password->local_entity = parsed.local;
   password->remote_entity = parsed.remote;
-  parse_passwords(parsed.text, password->current_local_passwd, password->current_remote_passwd);
+  Stored stored;
+  parse_passwords(parsed.text, stored);
+  password->current_local_passwd = stored.local;
+  password->current_remote_passwd = stored.remote;
   return 0;
 }
 
 void write_password(FILE *fp, KRX_AUTH_PASSWD *password) {
   HCX_TRACE();
   if (!fp || !password) return;
-  Secret line;
-  if (format_passwords(password->local_entity, password->remote_entity, password->new_local_passwd,
-                       password->new_remote_passwd, line)) {
+  hcx::Secret line;
+  if (format_passwords(password->local_entity, password->remote_entity, {password->new_local_passwd},
+                       {password->new_remote_passwd}, line)) {
     fwrite(line.data(), 1, line.size(), fp);
   }
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "hcx_auth_call.h"
+#include "hcx_util_attr.h"
 #include "libhcx.h"
 
 namespace hcx::auth {
@@ -53,8 +54,8 @@ void read_negotiated(const char *dir, HCX_AUTHSTATUS &status) {
   const char *direction = read("auth_dir");
   if (begins(direction, "Local") || begins(direction, "Bidi")) status.localAuth = 1;
   if (begins(direction, "Remote") || begins(direction, "Bidi")) status.remoteAuth = 1;
-  status.time_from_last_auth = attr_read_uint(dir, "auth_last");
-  status.time_until_next_auth = attr_read_uint(dir, "auth_next");
+  if (const auto seconds = scan_decimal(read("auth_last"))) status.time_from_last_auth = *seconds;
+  if (const auto seconds = scan_decimal(read("auth_next"))) status.time_until_next_auth = *seconds;
 }
 
 }  // namespace

@@ -1042,7 +1042,8 @@ uint32_t HCX_NPIVReadyTest(uint32_t board, uint32_t *pChecklist);
  * by its local port name; the board number is not used. Every call but the password checks needs "vosk_enable_auth"
  * of the port's host to read other than 0. Messages for the operator go to standard output. A change rewrites the
  * file through "/etc/wardend.conf~" (the process's file creation mask is 066 afterwards) and runs
- * "/etc/init.d/wardend reload". There is no lock: two processes that change the file at once can lose a change.
+ * "/etc/init.d/wardend reload". All calls may be made from any thread; changes by several threads follow one another.
+ * Other processes are not held off: two that change the file at once can lose a change.
  * A null record gives HCX_AUTH_BAD_CONFIG, a null password HCX_AUTH_BAD_PASSWORD.
  * Where the file cannot be opened, calls that first verify an authorising password report HCX_AUTH_BAD_CREDENTIALS
  * after the 3-second wait; the others report HCX_AUTH_ERROR.
@@ -1069,8 +1070,8 @@ uint32_t HCX_SetAuthConfig(uint32_t board, KRX_FCSP_CONFIG *config, AUTH_PASSWD_
 
 /*
  * Lists the remote entities that a local port has a configuration for.
- * pList: in: numberOfEntries, the room in entity[]; out: as many entities as fit, and in numberOfEntries how many
- * there are.
+ * board: not used. hba_wwpn: the local port. pList: in: numberOfEntries, the room in entity[]; out: as many entities
+ * as fit, and in numberOfEntries how many there are.
  * Returns HCX_AUTH_OK, HCX_AUTH_NO_PORT (no port of that name), HCX_AUTH_ERROR.
  * Reads "/etc/wardend.conf". Does not block.
  */
@@ -1123,6 +1124,7 @@ uint32_t HCX_GetAuthStatus(uint32_t board, HCX_AUTHSTATUS *pStatus);
 
 /*
  * Asks the driver to authenticate with a remote entity now.
+ * board: not used. hba_wwpn: the local port. tgt_wwpn: the remote entity, all 0xff for the fabric.
  * Returns HCX_AUTH_OK when the driver took the request, else HCX_AUTH_ERROR.
  * Writes the remote name to "vosk_authenticate". Does not wait for the outcome.
  */
@@ -1130,6 +1132,7 @@ uint32_t HCX_InitiateAuthentication(uint32_t board, HBA_WWN hba_wwpn, HBA_WWN tg
 
 /*
  * Authentication is switched on and off with the driver parameter "vosk_enable_auth", not here.
+ * board: not used.
  * Both return HCX_AUTH_NOT_SUPPORTED.
  */
 uint32_t HCX_EnableAuthentication(uint32_t board);
@@ -1137,6 +1140,7 @@ uint32_t HCX_DisableAuthentication(uint32_t board);
 
 /*
  * Checks that a password is well formed: a known type and, unless that is HCX_AUTH_PASSWD_IGNORE, 8 to 128 bytes.
+ * password: its type and length are looked at, its bytes are not.
  * Returns 0 when it is, 1 when not, with a message. Reads nothing.
  */
 int check_password(AUTH_PASSWD_INFO *password);
@@ -1162,6 +1166,7 @@ int read_password(char *line, KRX_AUTH_PASSWD *password);
 
 /*
  * Writes a PASSWORD line with the pair's new_local_passwd and new_remote_passwd to an open stream.
+ * fp: the caller's stream; its buffer holds the secrets until it is closed. password: written as it stands.
  * Returns nothing; a stream error is left in the stream.
  */
 void write_password(FILE *fp, KRX_AUTH_PASSWD *password);

@@ -27,8 +27,8 @@ int authenticate(Host &host, const std::string &text) {
   Machine &machine = host.machine();
   if (remote != UINT64_MAX && host.rport_by_wwpn(remote) == nullptr) return -ENODEV;
   if (remote != UINT64_MAX) return 0;
-  const std::string pair = "CONFIG " + upper_hex(host.spec().wwpn) + " " + upper_hex(remote) + " ";
-  const bool configured = machine.plain_text(kConf).find(pair) != std::string::npos;
+  const std::string pair = "\nCONFIG " + upper_hex(host.spec().wwpn) + " " + upper_hex(remote) + " ";
+  const bool configured = ("\n" + machine.plain_text(kConf)).find(pair) != std::string::npos;
   host.set_scsi("auth_state", configured ? "Authenticated" : "Not Authenticated");
   host.set_scsi("auth_last", "0");
   return 0;
