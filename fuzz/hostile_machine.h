@@ -32,7 +32,7 @@ inline volatile uint8_t sink;  // keeps reads from being optimised away
   abort();
 }
 
-class HostileMachine final : public hcx::sysio::Machine {
+class HostileMachine : public hcx::sysio::Machine {
  public:
   explicit HostileMachine(FuzzedDataProvider &input) : input_(input) { LIBHCX_private_set_machine(this); }
   ~HostileMachine() override { LIBHCX_private_set_machine(nullptr); }
@@ -170,6 +170,14 @@ class HostileMachine final : public hcx::sysio::Machine {
   void syslog_open(const char *, int, int) override {}
   void syslog_close() override {}
   void syslog(int, const char *line) override { consume(line, strlen(line)); }
+
+ protected:
+  // A descriptor on a text of a target's own choice.
+  int open_as(const char *path, std::string text) {
+    const int fd = next_fd_++;
+    files_[fd] = {path, std::move(text), 0};
+    return fd;
+  }
 
  private:
   struct File {

@@ -115,6 +115,18 @@ Problem usage_problem(const CLI::App &root, const CLI::ParseError &error) {
 }
 
 // What a shell asks for while it completes a line: the words that may follow, one a line.
+// "VALUE --output json" for each word that an option or argument may be.
+void print_values(const CLI::Option &option, const std::string &name, std::ostream &out) {
+  // The description of a list of words is "{one,two}".
+  std::string words = option.get_type_name();
+  const size_t begin = words.find('{');
+  const size_t end = words.find('}');
+  if (begin == std::string::npos || end == std::string::npos) return;
+  words = words.substr(begin + 1, end - begin - 1);
+  for (const std::string &word : CLI::detail::split(words, ','))
+    out << "VALUE " << name << ' ' << word << '\n';
+}
+
 void print_words(const CLI::App &root, const std::vector<std::string> &path, std::ostream &out) {
   const CLI::App *app = &root;
   for (const std::string &word : path)
@@ -127,10 +139,13 @@ void print_words(const CLI::App &root, const std::vector<std::string> &path, std
     if (!sub->get_group().empty()) out << sub->get_name() << '\n';
   for (const CLI::App *from : {app, &root}) {
     for (const CLI::Option *option : from->get_options())
-      if (option->get_positional())
+      if (option->get_positional()) {
         out << option->get_name() << '\n';
-      else if (!option->get_lnames().empty() && (from == app || option->get_lnames()[0] != "help"))
+        print_values(*option, option->get_name(), out);
+      } else if (!option->get_lnames().empty() && (from == app || option->get_lnames()[0] != "help")) {
         out << "--" << option->get_lnames()[0] << '\n';
+        print_values(*option, "--" + option->get_lnames()[0], out);
+      }
     if (app == &root) break;
   }
 }

@@ -26,10 +26,6 @@ _hcxadm() {
       return
       ;;
     --board=) prev=--board ;;
-    --*=)
-      mapfile -t COMPREPLY < <(compgen -f -- "$cur")
-      return
-      ;;
   esac
 
   for ((i = 1; i < COMP_CWORD; i++)); do
@@ -50,6 +46,14 @@ _hcxadm() {
   done
 
   words=$("$tool" words "${path[@]}" 2>/dev/null)
+  # "VALUE --option word", "VALUE ARGUMENT word": what an option or argument may be.
+  if [[ $prev == --* && $prev != --board ]]; then
+    values=$(sed -n "s/^VALUE ${prev%=} //p" <<<"$words")
+    if [[ -n $values || $prev == *= ]]; then
+      mapfile -t COMPREPLY < <(if [[ -n $values ]]; then compgen -W "$values" -- "$cur"; else compgen -f -- "$cur"; fi)
+      return
+    fi
+  fi
   if [[ ($'\n'$words$'\n' == *$'\n'BOARD$'\n'* || $prev == --board) && $cur != -* ]]; then
     values=$("$tool" "${machine[@]}" --output json list 2>/dev/null |
       sed -n 's/^ *"board": \([0-9]*\),$/\1/p; s/^ *"host": "\(host[0-9]*\)",$/\1/p')
@@ -58,6 +62,13 @@ _hcxadm() {
   fi
   if [[ $'\n'$words$'\n' == *$'\n'CATEGORY$'\n'* && $cur != -* ]]; then
     values=$("$tool" log 2>/dev/null | cut -f 1 | grep -v CATEGORY)
+  fi
+  # "auth VERB BOARD REMOTE DIRECTION"
+  if [[ ${path[0]:-} == auth && ${#path[@]} -eq 3 && $'\n'$words$'\n' == *$'\n'REMOTE$'\n'* && $cur != -* ]]; then
+    values="fabric $("$tool" "${machine[@]}" --output json auth list "${path[2]}" 2>/dev/null |
+      sed -n 's/^ *"remote": "\([0-9a-f:]*\)",$/\1/p' | tr -d :)"
+  elif [[ ${path[0]:-} == auth && ${#path[@]} -eq 4 && $cur != -* ]]; then
+    values=$(sed -n 's/^VALUE [A-Z]* //p' <<<"$words")
   fi
   # Names in capitals stand for something to fill in; options are offered when they are asked for.
   if [[ $cur == -* ]]; then
