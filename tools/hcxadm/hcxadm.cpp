@@ -216,8 +216,8 @@ void Context::note(const std::string &text) {
 }
 
 bool Context::confirm(const std::string &what) {
-  if (dry_run) {
-    note("would " + what);
+  if (dry_run) {  // said to programs too, which read the standard output only
+    err << "hcxadm: " << (command.empty() ? "" : command + ": ") << "would " << what << '\n';
     return false;
   }
   if (yes) return true;
