@@ -162,8 +162,9 @@ bool read_target(const Path &dir, const char *name, NodeInfo *node) {
 uint32_t list_targets(int host_no, HCX_GetNodeInfo *list) {
   const uint32_t room = list->numberOfEntries;
   list->numberOfEntries = 0;
-  const Path prefix = sysfs_ver < LK2_6_12 ? Path("target%d:0:", host_no) : Path("rport-%d:0-", host_no);
-  ClassListing rports = remote_port_listing(prefix.c_str());
+  const bool old = sysfs_ver < LK2_6_12;
+  const Path prefix = old ? Path("target%d:0:", host_no) : Path("rport-%d:0-", host_no);
+  ClassListing rports = remote_port_listing(old, prefix.c_str());
   ClassListing::Range names;
   if (!rports.find(prefix.c_str(), &names)) return kFailed;
   for (const std::string &name : names) {
