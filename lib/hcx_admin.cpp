@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "hcx_ioctl_event.h"
 #include "hcx_netlink.h"
 #include "hcx_sdapi.h"
 #include "libhcx.h"
@@ -182,6 +183,7 @@ uint32_t HCX_InitDiagEnv(hcx_brdinfo *ba, uint32_t count) {
     HCX_LOG(LOG_ERROR, "no boards found");
     return 0;
   }
+  resume_event_delivery();
   if (boards != hosts) {
     HCX_LOG(LOG_ADMIN, "callers limit %d allocated %d scanned %d", static_cast<int>(count),
             static_cast<int>(boards), static_cast<int>(hosts));

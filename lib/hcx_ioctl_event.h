@@ -103,7 +103,8 @@ void wait_for_child(const RegEvent &record);
 void request_sweep(bool ct);
 // Runs the registered functions that are due, if this is the thread to do so. To be called with no lock held.
 void event_safe_point();
-// The listener was started anew: registrations that outlived the stop of the last one are served again.
+// The listener was started anew, or the boards got their numbers: registrations that outlived the last stop are
+// served again.
 void resume_event_delivery();
 
 }  // namespace hcx

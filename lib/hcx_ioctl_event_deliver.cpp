@@ -71,6 +71,14 @@ void lend(uint32_t board, RegEvent *record, Lent *lent) {
   if (!lent->record.e_out) allocate_output(record->e_mask, record->e_outsz, &lent->record.e_out);
 }
 
+// False when the buffer is with the other sweep and there is no memory for a second one.
+bool has_buffer(const Lent &lent, const char *caller) {
+  if (lent.record.e_out || output_size(lent.record.e_mask, lent.record.e_outsz) == 0) return true;
+  libhcx_syslog(LOG_ERROR, "%s - out of memory board %d event %d", caller, static_cast<int>(lent.board),
+                static_cast<int>(lent.record.event_id));
+  return false;
+}
+
 // The next event in the order of the table, from position *cursor on and around.
 bool borrow_next(uint32_t *cursor, Lent *lent) {
   constexpr uint32_t positions = kEventBoards * kEventSlots;
@@ -120,7 +128,6 @@ Callback as(const Lent &lent) {
 
 void call_link(const Lent &lent, uint8_t state) {
   auto *link = static_cast<LINKINFO *>(lent.record.e_out);
-  if (!link) return;
   // After teardown there is nothing to ask, and asking would scan anew.
   if (hcx_host_list) HCX_GetLinkInfo(lent.board, link);
   link->a_linkState = state;
@@ -154,7 +161,7 @@ void dispatch(const Lent &lent) {
 void deliver_events() {
   uint32_t cursor = 0;
   for (Lent lent; !listener_stopping() && borrow_next(&cursor, &lent); lent = {}) {
-    dispatch(lent);
+    if (has_buffer(lent, "EventHandler")) dispatch(lent);
     lent.event->next = nullptr;
     give_back(&lent);
   }
@@ -163,13 +170,15 @@ void deliver_events() {
 // Fetches the CT requests of one registration until there are no more. The child's signal may be a little ahead of
 // the driver.
 void deliver_ct(uint32_t board, uint32_t id) {
+  constexpr const char *caller = "EventHandlerBSG";
   bool any = false;
   for (int retry = 0; retry < kCtRetries && !listener_stopping();) {
     Lent lent;
     if (!borrow(board, id, &lent)) return;
+    if (!has_buffer(lent, caller)) return;
     uint32_t tag = 0, type = 0;
     const int length = send_bsg_get_event(board, FC_REG_CT_EVENT, lent.record.e_pid, lent.record.e_out,
-                                          lent.record.e_out ? lent.record.e_outsz : 0, &tag, &type);
+                                          lent.record.e_outsz, &tag, &type);
     if (length > 0) {
       any = true;
       retry = 0;
@@ -179,19 +188,22 @@ void deliver_ct(uint32_t board, uint32_t id) {
     if (length > 0) continue;
     if (any) return;
     ++retry;
-    libhcx_syslog(LOG_BSG, "%s - retry %d tag x%08x", "EventHandlerBSG", retry, tag);
+    libhcx_syslog(LOG_BSG, "%s - retry %d tag x%08x", caller, retry, tag);
   }
 }
 
 void deliver_ct_requests() {
   if (!hcx_host_list) return;
+  const auto process = static_cast<uint32_t>(getpid());
   for (uint32_t board = 0; board < kEventBoards; ++board) {
     uint32_t ids[kEventSlots];
     size_t count = 0;
     {
       const EventLock lock;
       for (uint32_t slot = 0; slot < hcx_RegEventCnt[board]; ++slot)
-        if (hcx_RegEvent[board][slot].e_pid != 0) ids[count++] = hcx_RegEvent[board][slot].event_id;
+        // In a forked copy of the process the requests are still for the process itself.
+        if (hcx_RegEvent[board][slot].e_pid != 0 && hcx_RegEvent[board][slot].e_pad == process)
+          ids[count++] = hcx_RegEvent[board][slot].event_id;
     }
     for (size_t i = 0; i < count; ++i)
       deliver_ct(board, ids[i]);
@@ -247,15 +259,15 @@ void leave_the_rest() {
 }
 
 void sweep(int sig, bool ct) {
+  // First of all: the sweep that is going on may make its last round as soon as this one is counted.
+  if (ct) ct_due = true;
   if (!begin(&hcx_eh_busy, &hcx_miss_sig)) {
-    if (ct) ct_due = true;
     log_busy("EventHandler", sig);
     return;
   }
   do {
     deliver_events();
-    if (ct || ct_due.exchange(false)) sweep_ct(sig);
-    ct = false;
+    if (ct_due.exchange(false)) sweep_ct(sig);
   } while (missed_since(&hcx_eh_busy, &hcx_miss_sig));
   if (listener_stopping()) leave_the_rest();
 }
@@ -289,6 +301,8 @@ void resume_event_delivery() {
   }
   if (!any) return;
   install_event_signal(EventHandler, SA_RESTART);
+  // Without their numbers the boards cannot be asked for anything; the start that gives them comes back here.
+  if (hcx_host_list && hcx_host_list->brd_idx < 0) return;
   request_sweep(ct);
 }
 

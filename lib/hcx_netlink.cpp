@@ -202,7 +202,9 @@ void deliver() {
   event_safe_point();
 }
 
-void listen(nl_handle *handle) {
+// Never inlined into a function with destructors: the signal's handler may end the thread inside pthread_sigmask(),
+// and there an unwinding out of a call that is known not to throw would end the process.
+__attribute__((noinline)) void listen(nl_handle *handle) {
   sigset_t waiting;
   const sigset_t event = event_signal();
   pthread_sigmask(SIG_BLOCK, &event, &waiting);
@@ -388,7 +390,9 @@ void net_link_exit(void) {
   if (!ctxt.handle) return;
   const bool is_self = on_listener();
   const bool ours = listener_runs();
-  running(&ctxt) = -1;
+  const bool stopping = running(&ctxt).exchange(-1) < 0;
+  // Another thread waits for the callback that this is called from.
+  if (is_self && stopping) return;
   if (is_self) {
     // From a callback: the listener cannot wait for itself. It ends when the callback returns.
     self->state = Listener::leaving;

@@ -18,6 +18,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "alloc_fault.h"
 #include "board_fixture.h"
@@ -437,6 +438,81 @@ TEST_F(EventTest, CallbacksRunInTheListenerOnly) {
   EventHandlerBSG(SIGUSR1);
 }
 
+// A sweep that finds another at it leaves its work to that one, which goes round once more.
+TEST_F(EventTest, BusySweepsCountTheSignalsTheyMiss) {
+  add(0, 1, reinterpret_cast<Callback>(on_link));
+  hcx_eh_busy = hcx_sgio_eh_busy = 1;
+  uint32_t data = 0;
+  signal_async_event_handler(3, 1, VOSKH_EVT_LINKUP, &data, 4);
+  EventHandler(SIGUSR1);
+  EventHandlerBSG(SIGUSR1);
+  EXPECT_TRUE(calls.lines.empty());
+  EXPECT_EQ(hcx_miss_sig, 2u);
+  EXPECT_EQ(hcx_sgio_miss_sig, 1u);
+  for (const char *caller : {"EventHandler", "EventHandlerBSG"})
+    EXPECT_TRUE(m.logged(std::string(caller) + " - busy sig 10 pid " + std::to_string(getpid()))) << caller;
+  hcx_eh_busy = hcx_sgio_eh_busy = 0;
+  EventHandler(SIGUSR1);
+  EXPECT_EQ(calls.lines, std::vector<std::string>{"link 0 state 6 did 66048"});
+  EXPECT_TRUE(m.logged("EventHandlerBSG - retrying missed 1 signals"));
+  EXPECT_EQ(hcx_eh_busy + hcx_miss_sig + hcx_sgio_eh_busy + hcx_sgio_miss_sig, 0u);
+}
+
+// A callback stops the listener that another thread is waiting for.
+TEST_F(EventTest, TwoMayStopTheListenerAtOnce) {
+  ASSERT_EQ(net_link_init(), 0);
+  add(
+      0, 1, +[]() {
+        calls.add("called");
+        while (std::atomic_ref<int>(ctxt.thread_running).load() >= 0)
+          std::this_thread::yield();
+        net_link_exit();
+        calls.add("came back");
+      });
+  m.events().link_up(*three);
+  ASSERT_EQ(calls.wait(1).size(), 1u);
+  net_link_exit();
+  EXPECT_EQ(calls.lines.size(), 2u) << "the stop has waited for the callback";
+  EXPECT_EQ(ctxt.handle, nullptr);
+  EXPECT_EQ(m.netlink().sockets(), 0u);
+}
+
+std::atomic<int> signals_seen{0};
+
+// The child's signal has gone by while the library was stopped. At the next start the boards have no numbers yet when
+// the listener begins; the request is fetched once they have.
+TEST_F(EventTest, CtRequestsWaitForTheNumbersOfTheBoards) {
+  ASSERT_NE(RegisterForCTEvents(0, 0xfa, reinterpret_cast<Callback>(on_ct), nullptr, nullptr), 0u);
+  HCX_FreeDiagEnv();
+  signal(SIGUSR1, [](int) { ++signals_seen; });
+  m.events().ct(*three, 0xfa, "\x07");
+  ASSERT_TRUE(soon([] { return signals_seen == 1; }));
+  hcx_sysfs_scan_hosts(&hcx_host_list);
+  ASSERT_EQ(net_link_init(), 0);
+  settle();
+  settle();
+  hcx_brdinfo boards[4];
+  ASSERT_EQ(HCX_InitDiagEnv(boards, 4), 3u);
+  EXPECT_EQ(calls.wait(1), std::vector<std::string>{"ct 0 07 type 250 sent 0"});
+  HCX_unRegisterForEvent(0, 0);
+  HCX_FreeDiagEnv();
+}
+
+// A forked copy of the process has the registration, but the child and what it waits for are not its own.
+TEST_F(EventTest, CtRequestsOfAnotherProcessAreLeftToIt) {
+  ASSERT_NE(RegisterForCTEvents(0, 0xfa, reinterpret_cast<Callback>(on_ct), nullptr, nullptr), 0u);
+  RegEvent &record = hcx_RegEvent[0][0];
+  const uint32_t owner = std::exchange(record.e_pad, 1);
+  signal(SIGUSR1, [](int) { ++signals_seen; });
+  m.events().ct(*three, 0xfa, "\x07");
+  ASSERT_TRUE(soon([] { return signals_seen == 1; }));
+  EventHandlerBSG(SIGUSR1);
+  EXPECT_TRUE(calls.lines.empty());
+  record.e_pad = owner;
+  EventHandlerBSG(SIGUSR1);
+  EXPECT_EQ(calls.lines, std::vector<std::string>{"ct 0 07 type 250 sent 0"});
+}
+
 // An RSCN of a virtual port whose name can no longer be read comes in the shape of virtual ports all the same.
 TEST_F(EventTest, VirtualPortsKeepTheirShapeWithoutName) {
   sim::Host &vport = three->add_vport({.wwpn = 0x20000000000000aa, .host_number = 20});
@@ -504,6 +580,22 @@ TEST_F(EventTest, WithoutMemoryOnlyTheRegistrationConcernedLosesTheEvent) {
   EXPECT_EQ(add(0, 0x10, reinterpret_cast<Callback>(on_dump), 8), 0u);
   EXPECT_TRUE(alloc_fault::take_hit());
   EXPECT_TRUE(m.logged("netlink_register_for_event - pid "));
+  // A function that wants an output area is not called without one.
+  HCX_unRegisterForEvent(0, 0);
+  add(0, 0x10, reinterpret_cast<Callback>(on_dump), 8);
+  calls.lines.clear();
+  uint32_t dump = 16;
+  for (const bool fails : {true, false}) {
+    {
+      const EventLock lock;
+      free(std::exchange(hcx_RegEvent[0][0].e_out, nullptr));
+    }
+    alloc_fault::fail_nth(fails ? 2 : 0);
+    signal_async_event_handler(3, 1, 0xffff, &dump, sizeof dump);
+    EXPECT_EQ(alloc_fault::take_hit(), fails);
+  }
+  EXPECT_EQ(calls.lines, std::vector<std::string>{"dump 0 0000000000000000"});
+  EXPECT_TRUE(m.logged("EventHandler - out of memory board 0 event 1"));
 }
 
 TEST_F(EventTest, BurstLargerThanTheBufferIsCounted) {
