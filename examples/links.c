@@ -24,8 +24,8 @@ int main(void) {
     fprintf(stderr, "links: no adapter\n");
     return 1;
   }
-  if (HCX_RegisterForEvent(0, FC_REG_LINK_EVENT | FC_REG_ALL_PORTS, 0, sizeof(LINKINFO), (void (*)())link_changed,
-                           NULL) == 0) {
+  if (HCX_RegisterForEvent(0, FC_REG_LINK_EVENT | FC_REG_ALL_PORTS, 0, sizeof(LINKINFO),
+                           (void (*)())link_changed, NULL) == 0) {
     fprintf(stderr, "links: the registration failed\n");
     HCX_FreeDiagEnv();
     return 1;

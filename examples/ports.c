@@ -7,7 +7,8 @@
 enum { MAX_BOARDS = 32 };
 
 static void print_wwn(const HBA_WWN *name) {
-  for (int i = 0; i < 8; i++) printf("%s%02x", i ? ":" : "", name->wwn[i]);
+  for (int i = 0; i < 8; i++)
+    printf("%s%02x", i ? ":" : "", name->wwn[i]);
 }
 
 int main(void) {
