@@ -69,7 +69,8 @@ class Adapter final : public hcx::sysio::Machine {
   off_t seek(int, off_t offset) override { return offset; }
   int lock(int, int) override { return 0; }
   int64_t stat(const char *, mode_t *) override { return -ENOENT; }
-  int fstat(int, mode_t *) override { return -ENOENT; }
+  int fstat(int, mode_t *, nlink_t *) override { return -ENOENT; }
+  int truncate(int, off_t) override { return -ENOENT; }
   int list(const char *, const char *, std::vector<std::string> &) override { return -ENOENT; }
   ssize_t read_link(const char *, char *, size_t) override { return -ENOENT; }
   int unlink(const char *) override { return -ENOENT; }

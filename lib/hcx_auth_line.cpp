@@ -91,7 +91,7 @@ bool parse_binary(std::string_view digits, AUTH_PASSWD_INFO &password) {
     password.password[length++] = static_cast<char>(high << 4 | low);
   }
   password.length = static_cast<uint16_t>(length);
-  return digits.empty();
+  return digits.empty() && length > 0;  // written again, no byte at all would leave a type without a value
 }
 
 // False when not all of it is in `password`. A type without a value is no password.
@@ -159,8 +159,9 @@ bool next_line(std::string_view &rest, ConfLine &line) {
   if (first == 'P' || first == 'p') line.kind = Kind::password;
   if (line.kind == Kind::other) return true;
   Words words(line.text);
-  words.next();
-  line.paired = parse_name(words.next(), line.local) && parse_name(words.next(), line.remote);
+  // A keyword with a NUL in it is none; the line is kept as it stands.
+  line.paired = words.next().find('\0') == std::string_view::npos && parse_name(words.next(), line.local) &&
+                parse_name(words.next(), line.remote);
   return true;
 }
 

@@ -24,7 +24,6 @@ using namespace hcx;
 
 namespace {
 
-constexpr uint32_t kNetlinkEvents = 0x73;
 constexpr int kCtRetries = 5;
 
 // What the signals that were seen ask for. The CT registrations cost a request each, so they are not swept for a

@@ -365,7 +365,8 @@ int main_with(int argc, char **argv) {
       ->check(CLI::Range(0, 65536))
       ->needs(hosts);
   app.add_option("--state", options.state,
-                 "Folder that keeps the machine's state; a temporary one if not given");
+                 "Folder that keeps the machine's state; if not given, that of the machine that hcxsim is started "
+                 "on, or a temporary one");
   app.add_flag("--fresh", options.fresh, "Forget the state that the folder holds");
   auto *ls = app.add_subcommand("ls", "List a directory of the simulated machine");
   auto *cat = app.add_subcommand("cat", "Print a file of the simulated machine");
@@ -403,6 +404,10 @@ int main_with(int argc, char **argv) {
         << "hcxsim: give a command behind \"--\", or one of ls, cat, write and event (--help tells more)\n";
     return kUsage;
   }
+  // In a shell on a simulated machine it is that machine which one looks at and to which things happen.
+  const char *around = std::getenv("HCXSIM_STATE");
+  if (acts && options.state.empty() && options.scenario.empty() && hosts->count() == 0 && around)
+    options.state = around;
   const Folder folder(options.state);
   prepare(options, folder.path());
   if (has_command) return run(command, folder.path());

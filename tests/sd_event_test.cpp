@@ -163,7 +163,7 @@ class SdEventTest : public SdTest {
   // An event of host3, of `length` bytes in a buffer that has no more.
   static void happen(const std::string &record, uint32_t host_no = 3) {
     std::vector<uint32_t> data((record.size() + 3) / 4);
-    memcpy(data.data(), record.data(), record.size());
+    if (!data.empty()) memcpy(data.data(), record.data(), record.size());
     hcx_sd_async_event_handler(host_no, 1, 0xffff, data.data(), static_cast<uint32_t>(record.size()));
   }
   uint32_t handle = 0;
