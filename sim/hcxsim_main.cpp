@@ -364,9 +364,10 @@ int main_with(int argc, char **argv) {
   app.add_option("--luns", options.luns, "LUNs behind each target (with --hosts)")
       ->check(CLI::Range(0, 65536))
       ->needs(hosts);
-  app.add_option("--state", options.state,
-                 "Folder that keeps the machine's state; if not given, that of the machine that hcxsim is started "
-                 "on, or a temporary one");
+  app.add_option(
+      "--state", options.state,
+      "Folder that keeps the machine's state; if not given, that of the machine that hcxsim is started "
+      "on, or a temporary one");
   app.add_flag("--fresh", options.fresh, "Forget the state that the folder holds");
   auto *ls = app.add_subcommand("ls", "List a directory of the simulated machine");
   auto *cat = app.add_subcommand("cat", "Print a file of the simulated machine");

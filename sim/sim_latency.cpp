@@ -74,7 +74,7 @@ int command(Host &host, std::string text) {
     text.pop_back();
   if (text.starts_with("setbucket ")) return set_bucket(host, text);
   json &state = latency(host);
-  if (state["type"] == "") return -EINVAL;
+  if (state["type"].get_ref<const std::string &>().empty()) return -EINVAL;
   if (text == "destroybucket") {
     if (state["collecting"]) return -EBUSY;
     state["type"] = "";
@@ -144,7 +144,7 @@ std::string target_record(const json &state, uint64_t wwpn, double seconds) {
 
 ssize_t read_data(Host &host, uint64_t offset, void *buf, size_t count) {
   const json &state = latency(host);
-  if (state["type"] == "") return 0;
+  if (state["type"].get_ref<const std::string &>().empty()) return 0;
   std::string data;
   for (const auto &rport : host.rports())
     if (rport->is_target()) data += target_record(state, rport->spec().wwpn, collected(host));

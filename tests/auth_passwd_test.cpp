@@ -140,9 +140,13 @@ TEST_F(Auth, StoredPasswordsOfAnyShapeAreKept) {
                         {"2 ABC", "2 0ABC"},
                         {"3 other", "3 0"},
                         {"1", "3 0"}}) {
-    put("PASSWORD " + mine + "1 secretsecret " + c.stored + "\n" + foreign + password_line);
+    std::string stored = "PASSWORD " + mine + "1 secretsecret ";
+    stored.append(c.stored).append("\n").append(foreign).append(password_line);
+    put(stored);
     EXPECT_EQ(change(true, text("secretsecret"), text("localpassword")), HCX_AUTH_OK);
-    EXPECT_EQ(file(), "PASSWORD " + mine + "1 localpassword " + c.kept + "\n" + foreign);
+    std::string kept = "PASSWORD " + mine + "1 localpassword ";
+    kept.append(c.kept).append("\n").append(foreign);
+    EXPECT_EQ(file(), kept);
   }
   put("PASSWORD " + mine + "1 " + long_text + " 1 secretsecret\n");
   EXPECT_EQ(change(false, text("secretsecret"), text("remotepassword")), HCX_AUTH_OK);

@@ -16,6 +16,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
+#include <latch>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -178,7 +179,7 @@ TEST_F(EventTest, EachKindCallsInItsShape) {
   EXPECT_EQ(both, 1u);
   m.events().link_down(*three);
   m.events().link_up(*three);
-  settle();
+  ASSERT_EQ(calls.wait(2).size(), 2u);  // what waits for a registration goes with it
   HCX_unRegisterForEvent(0, 0);
   add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 6);
   add(0, 0x40, reinterpret_cast<Callback>(on_vport_rscn), 64);
@@ -375,7 +376,7 @@ TEST_F(EventTest, CallbackMayTearTheLibraryDown) {
   HCX_FreeDiagEnv();
 }
 
-std::mutex held_by_the_stopper;
+std::latch stop_is_over{1};
 
 // A callback that waits for the thread that stops the listener cannot hold it up.
 TEST_F(EventTest, StopIsBoundedThoughACallbackHangs) {
@@ -388,12 +389,14 @@ TEST_F(EventTest, StopIsBoundedThoughACallbackHangs) {
       0, 1, +[]() {
         const hcx::HostRef host = hcx::board_host(0);
         calls.add("called");
-        const std::lock_guard wait(held_by_the_stopper);
+        stop_is_over.wait();
         calls.add(host && host->id == 3 ? "its host is still there" : "no host");
       });
   const hcx_host *before = hcx_host_list;
   {
-    const std::lock_guard guard(held_by_the_stopper);
+    const struct Over {
+      ~Over() { stop_is_over.count_down(); }
+    } over;
     {
       const std::lock_guard both_at_once(m.mutex());
       m.events().link_up(*three);

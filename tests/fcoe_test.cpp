@@ -25,8 +25,6 @@ using Connect = Records<HCX_FCoEConnectList, HCX_FCoEFCFConnectEntry>;
 
 class Fcoe : public RegionTest {
  protected:
-  static constexpr char fip_empty[] = "ff";
-
   static HCX_FCoEFCFConnectEntry entry(uint16_t flags, uint16_t vlan, char fabric, char sw) {
     HCX_FCoEFCFConnectEntry made{};
     made.flags = flags;

@@ -296,7 +296,7 @@ TEST_F(LatencyTest, TheSimulatedDriverCounts) {
   three->add_rport({.wwpn = 0x1000000000001111, .roles = "FCP Initiator"});
   ASSERT_EQ(set(), SD_OK);
   ASSERT_EQ(start(0), SD_OK);
-  const auto ios = [this] {
+  const auto ios = [] {
     SD_IO_Latency_Response records[2];
     uint16_t targets = 0;
     EXPECT_EQ(HCX_SD_Get_Data(0, own, type, &targets, sizeof records, records), SD_OK);

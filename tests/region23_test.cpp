@@ -281,7 +281,8 @@ TEST_F(Region23, ArbitraryImagesStayInTheirBytes) {
       std::string bytes(1024, '\0');
       for (char &byte : bytes)
         byte = static_cast<char>(pick(4) == 0 ? 0xff : pick(4) == 0 ? 0xa2 : pick(round % 2 ? 256 : 6));
-      block = guard + bytes + guard;
+      block = guard;
+      block.append(bytes).append(guard);
     }
     uint8_t *region = bytes_at(memory[0]) + guard.size(), *rest = bytes_at(memory[1]) + guard.size();
     int32_t offset = static_cast<int32_t>(pick(280)) * 4 - 8 + static_cast<int32_t>(pick(20) == 0);

@@ -225,10 +225,11 @@ TEST_F(SdEventTest, EachKindIsDecodedWholeOrNotAtAll) {
     EXPECT_EQ(calls.take().size(), 0u);
     expect_logged("hcx_sd_async_event_handler - event 0 not handled on brd_idx 0 wwpn 0x1000000000000003");
   }
-  for (const std::string &record :
-       {word(0x80) + word(3) + port_bytes + node_bytes, word(0x100) + word(8) + std::string(40, '\0'),
-        word(0x40) + word(1) + std::string(40, '\0'), word(0x200) + word(0) + std::string(40, '\0')})
-    happen(record);
+  const std::string zeros(40, '\0');
+  happen(word(0x80) + word(3) + port_bytes + node_bytes);
+  happen(word(0x100) + word(8) + zeros);
+  happen(word(0x40) + word(1) + zeros);
+  happen(word(0x200) + word(0) + zeros);
   EXPECT_EQ(calls.take().size(), 0u);
   expect_logged("hcx_sd_async_event_handler - event 128 not handled on brd_idx 0 wwpn 0x1000000000000003");
 }

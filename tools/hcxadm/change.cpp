@@ -53,9 +53,11 @@ std::map<std::string, std::string> parse_pairs(const std::string &text,
     const std::string key = pair.substr(0, equals);
     const bool good = equals != std::string::npos &&
                       std::any_of(keys.begin(), keys.end(), [&key](const char *k) { return key == k; });
-    if (!good || !pairs.emplace(key, pair.substr(equals + 1)).second)
-      throw usage_failure("\"" + pair + "\" in \"" + text + "\" is not understood",
-                          "give KEY=VALUE,... with each of " + known + " at most once");
+    if (!good || !pairs.emplace(key, pair.substr(equals + 1)).second) {
+      std::string what = "\"" + pair;
+      what.append("\" in \"").append(text).append("\" is not understood");
+      throw usage_failure(what, "give KEY=VALUE,... with each of " + known + " at most once");
+    }
     at = end + 1;
   }
   if (required && !pairs.contains(required))

@@ -185,6 +185,7 @@ void set_connections(Context &ctx, const std::string &name, const std::vector<st
   if (texts.size() > most_connections) throw usage_failure("too many entries", "a port takes at most 16");
   const Board &board = ctx.boards.find(name);
   std::vector<Connection> wanted;
+  wanted.reserve(texts.size());
   for (const std::string &text : texts)
     wanted.push_back({board, parse_connection(text)});
   const Lines after = connection_lines(wanted);

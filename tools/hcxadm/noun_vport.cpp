@@ -407,7 +407,7 @@ void create(Context &ctx, const CreateOptions &options) {
   if (!ctx.confirm(what_to_create(options, attrib, board))) return;
   std::string name = options.name;
   const uint32_t result = HCX_VPCreate(board_index(board), name.data(), &attrib);
-  const bool named = wwn_value(attrib.wwpn.wwn) != Value() && wwn_value(attrib.wwnn.wwn) != Value();
+  const bool named = !wwn_value(attrib.wwpn.wwn).is_null() && !wwn_value(attrib.wwnn.wwn).is_null();
   if (result == no_port_yet && named) {
     wait_for_port(options, board, attrib);
   } else if (result != 0) {
