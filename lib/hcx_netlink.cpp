@@ -202,9 +202,7 @@ void deliver() {
   event_safe_point();
 }
 
-// Never inlined into a function with destructors: the signal's handler may end the thread inside pthread_sigmask(),
-// and there an unwinding out of a call that is known not to throw would end the process.
-__attribute__((noinline)) void listen(nl_handle *handle) {
+void listen(nl_handle *handle) {
   sigset_t waiting;
   const sigset_t event = event_signal();
   pthread_sigmask(SIG_BLOCK, &event, &waiting);
@@ -349,7 +347,8 @@ void s_handler(int) {
   if (!on_listener() || running(&ctxt) >= 0) return;
   HCX_TRACE();
   HCX_LOG(LOG_NETLINK, "pid %d signalled", getpid());
-  pthread_exit(nullptr);
+  // The wait has been interrupted and the loop looks at thread_running next. pthread_exit() from in here would unwind
+  // through the signal's frame and through calls that are known not to throw.
 }
 
 int net_link_init(void) {
