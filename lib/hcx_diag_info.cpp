@@ -65,6 +65,17 @@ uint64_t features(hcx_host *host, int sli_mode) {
   return list;
 }
 
+// One of a board's event counters; false, and logged, without the board.
+bool read_counter(const char *caller, uint32_t board, uint32_t hcx_host::*counter, uint32_t *count) {
+  const HostRef host = board_host(board);
+  if (!host) {
+    libhcx_syslog(LOG_ERROR, "%s - board %d no host", caller, board);
+    return false;
+  }
+  *count = host.get()->*counter;
+  return true;
+}
+
 }  // namespace
 }  // namespace hcx
 
@@ -155,13 +166,7 @@ extern "C" uint32_t GetIOinfo(uint32_t /*board*/, void * /*ioinfo*/) {
 extern "C" uint32_t GetEventsCount(uint32_t board, uint32_t *count) {
   HCX_TRACE();
   if (!count) return kError;
-  HostRef host = board_host(board);
-  if (!host) {
-    HCX_LOG(LOG_ERROR, "board %d no host", board);
-    return kNoBoard;
-  }
-  *count = host->events_count;
-  host.drop();
+  if (!read_counter(__func__, board, &hcx_host::events_count, count)) return kNoBoard;
   HCX_LOG(LOG_DIAG, "board %d event count %d", board, *count);
   return kDone;
 }
@@ -169,13 +174,7 @@ extern "C" uint32_t GetEventsCount(uint32_t board, uint32_t *count) {
 extern "C" uint32_t GetMissedEventsCount(uint32_t board, uint32_t *count) {
   HCX_TRACE();
   if (!count) return kError;
-  HostRef host = board_host(board);
-  if (!host) {
-    HCX_LOG(LOG_ERROR, "board %d no host", board);
-    return kNoBoard;
-  }
-  *count = host->missed_events_count;
-  host.drop();
+  if (!read_counter(__func__, board, &hcx_host::missed_events_count, count)) return kNoBoard;
   HCX_LOG(LOG_DIAG, "board %d missed event count %d", board, *count);
   return kDone;
 }

@@ -66,6 +66,32 @@ hcx_port *port_at(hcx_port *list, uint32_t position) {
   return list;
 }
 
+// The board, looked at afresh, for a call on channel 0; otherwise the status to answer.
+uint32_t channel_host(const char *caller, uint32_t board, uint32_t chan, HostRef &host) {
+  if (chan != 0) {
+    libhcx_syslog(LOG_ERROR, "%s - board %d chan %d not supported", caller, board, chan);
+    return HBA_STATUS_ERROR;
+  }
+  host = rescan(board_host(board));
+  if (host) return HBA_STATUS_OK;
+  libhcx_syslog(LOG_ERROR, "%s - no host on board %d", caller, board);
+  return HBA_STATUS_ERROR_UNAVAILABLE;
+}
+
+// The remote port at a place of the board's list; `missing` is the status when there is none.
+uint32_t remote_port_attributes(const char *caller, uint32_t board, uint32_t chan, uint32_t port_idx,
+                                uint32_t missing, HBA_PORTATTRIBUTES *attr) {
+  HostRef host;
+  const uint32_t refused = channel_host(caller, board, chan, host);
+  if (refused) return refused;
+  hcx_port *port = port_at(host->port_list, port_idx);
+  if (!port) {
+    libhcx_syslog(LOG_HBAAPI, "%s - no port on board %d port_idx %d", caller, board, port_idx);
+    return missing;
+  }
+  return hcx_sysfs_read_port(port, attr);
+}
+
 }  // namespace
 }  // namespace hcx
 
@@ -86,58 +112,23 @@ extern "C" uint32_t GetAdapterAttributes(uint32_t board, HBA_ADAPTERATTRIBUTES *
 extern "C" uint32_t GetAdapterPortAttributes(uint32_t board, uint32_t chan, HBA_PORTATTRIBUTES *attr) {
   HCX_TRACE();
   if (!attr) return HBA_STATUS_ERROR_ARG;
-  if (chan != 0) {
-    HCX_LOG(LOG_ERROR, "board %d chan %d not supported", board, chan);
-    return HBA_STATUS_ERROR;
-  }
-  HostRef host = rescan(board_host(board));
-  if (!host) {
-    HCX_LOG(LOG_ERROR, "no host on board %d", board);
-    return HBA_STATUS_ERROR_UNAVAILABLE;
-  }
-  return hcx_sysfs_read_port(&host->port, attr);
+  HostRef host;
+  const uint32_t refused = channel_host(__func__, board, chan, host);
+  return refused ? refused : hcx_sysfs_read_port(&host->port, attr);
 }
 
 extern "C" uint32_t GetPortAttributesByIndex(uint32_t board, uint32_t chan, uint32_t port_idx,
                                              HBA_PORTATTRIBUTES *attr) {
   HCX_TRACE();
   if (!attr) return HBA_STATUS_ERROR_ARG;
-  if (chan != 0) {
-    HCX_LOG(LOG_ERROR, "board %d chan %d not supported", board, chan);
-    return HBA_STATUS_ERROR;
-  }
-  HostRef host = rescan(board_host(board));
-  if (!host) {
-    HCX_LOG(LOG_ERROR, "no host on board %d", board);
-    return HBA_STATUS_ERROR_UNAVAILABLE;
-  }
-  hcx_port *port = port_at(host->port_list, port_idx);
-  if (!port) {
-    HCX_LOG(LOG_HBAAPI, "no port on board %d port_idx %d", board, port_idx);
-    return HBA_STATUS_ERROR;
-  }
-  return hcx_sysfs_read_port(port, attr);
+  return remote_port_attributes(__func__, board, chan, port_idx, HBA_STATUS_ERROR, attr);
 }
 
 extern "C" uint32_t GetDiscoveredPortAttributes(uint32_t board, uint32_t chan, uint32_t port_idx,
                                                 HBA_PORTATTRIBUTES *attr) {
   HCX_TRACE();
   if (!attr) return HBA_STATUS_ERROR_ARG;
-  if (chan != 0) {
-    HCX_LOG(LOG_ERROR, "board %d chan %d not supported", board, chan);
-    return HBA_STATUS_ERROR;
-  }
-  HostRef host = rescan(board_host(board));
-  if (!host) {
-    HCX_LOG(LOG_ERROR, "no host on board %d", board);
-    return HBA_STATUS_ERROR_UNAVAILABLE;
-  }
-  hcx_port *port = port_at(host->port_list, port_idx);
-  if (!port) {
-    HCX_LOG(LOG_HBAAPI, "no port on board %d port_idx %d", board, port_idx);
-    return HBA_STATUS_ERROR_UNAVAILABLE;
-  }
-  return hcx_sysfs_read_port(port, attr);
+  return remote_port_attributes(__func__, board, chan, port_idx, HBA_STATUS_ERROR_UNAVAILABLE, attr);
 }
 
 extern "C" uint32_t GetPortAttributesByWWN(uint32_t board, HBA_WWN PortWWN, HBA_PORTATTRIBUTES *attr) {

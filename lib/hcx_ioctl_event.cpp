@@ -70,6 +70,7 @@ bool board_allows(uint32_t board, uint32_t mask) {
 // The id, 0 on failure.
 uint32_t register_on_board(uint32_t board, const RegEvent &wanted) {
   constexpr const char *caller = "netlink_register_for_event";
+  if (!board_allows(board, wanted.e_mask)) return 0;
   void *out;
   if (!allocate_output(wanted.e_mask, wanted.e_outsz, &out)) {
     libhcx_syslog(LOG_ERROR, "%s - pid %d out of memory board %d", caller, getpid(), static_cast<int>(board));
@@ -147,21 +148,26 @@ void release_registrations(Removed *removed) {
   removed->count = 0;
 }
 
-void undo_registration(uint32_t firstchild) {
-  if (firstchild != 0) HCX_unRegisterForEvent((firstchild - 1) / kEventSlots, firstchild);
-}
-
-BoardNumbers boards_of(uint32_t board, uint32_t mask) {
-  BoardNumbers boards;
-  if (!(mask & FC_REG_ALL_PORTS)) {
-    boards.numbers[boards.count++] = board;
-    return boards;
+bool register_on_boards(uint32_t board, RegEvent &wanted, uint32_t (*on_board)(uint32_t, const RegEvent &)) {
+  std::array<uint32_t, kEventBoards> boards;
+  size_t count = 0;
+  if (!(wanted.e_mask & FC_REG_ALL_PORTS)) {
+    boards[count++] = board;
+  } else {
+    for (const hcx_host *host = hcx_host_list; host && count < boards.size(); host = host->next)
+      if (host->brd_idx >= 0 && host->brd_idx < static_cast<int>(kEventBoards))
+        boards[count++] = static_cast<uint32_t>(host->brd_idx);
   }
-  for (const hcx_host *host = hcx_host_list; host; host = host->next) {
-    const auto number = static_cast<uint32_t>(host->brd_idx);
-    if (number < kEventBoards && boards.count < kEventBoards) boards.numbers[boards.count++] = number;
+  for (size_t i = 0; i < count; ++i) {
+    const uint32_t id = on_board(boards[i], wanted);
+    if (id == 0) {
+      const uint32_t first = wanted.e_firstchild;
+      if (first != 0) HCX_unRegisterForEvent((first - 1) / kEventSlots, first);
+      return false;
+    }
+    if (wanted.e_firstchild == 0) wanted.e_firstchild = id;
   }
-  return boards;
+  return true;
 }
 
 size_t output_size(uint32_t mask, uint32_t outsz) {
@@ -194,16 +200,7 @@ uint32_t netlink_register_for_event(uint32_t board, uint32_t mask, uint32_t type
   wanted.e_outsz = outsz;
   wanted.e_func = func;
   wanted.e_ctx = ctx;
-  const BoardNumbers boards = boards_of(board, mask);
-  for (size_t i = 0; i < boards.count; ++i) {
-    const uint32_t id =
-        board_allows(boards.numbers[i], mask) ? register_on_board(boards.numbers[i], wanted) : 0;
-    if (id == 0) {
-      undo_registration(wanted.e_firstchild);
-      return 0;
-    }
-    if (wanted.e_firstchild == 0) wanted.e_firstchild = id;
-  }
+  if (!register_on_boards(board, wanted, register_on_board)) return 0;
   HCX_LOG(LOG_IOCTL, "pid %d exit with firstchild %d", getpid(), static_cast<int>(wanted.e_firstchild));
   return wanted.e_firstchild;
 }

@@ -79,14 +79,9 @@ void cut_out(uint32_t board, uint32_t index, bool shift, Removed *removed);
 // ---- Without the lock ----
 // Stops the children and frees what the records own.
 void release_registrations(Removed *removed);
-// Takes back what a call has registered so far.
-void undo_registration(uint32_t firstchild);
-// The boards that a registration is for: one, or with FC_REG_ALL_PORTS all that have a number.
-struct BoardNumbers {
-  std::array<uint32_t, kEventBoards> numbers;
-  size_t count = 0;
-};
-BoardNumbers boards_of(uint32_t board, uint32_t mask);
+// Registers on one board, or with FC_REG_ALL_PORTS on all that have a number, and puts the first id into
+// wanted.e_firstchild (0 when there is no board). `on_board` answers an id, or 0: then all is taken back.
+bool register_on_boards(uint32_t board, RegEvent &wanted, uint32_t (*on_board)(uint32_t, const RegEvent &));
 // Room for what comes with an event; false without memory. *out is null when none is needed.
 bool allocate_output(uint32_t mask, uint32_t outsz, void **out);
 size_t output_size(uint32_t mask, uint32_t outsz);

@@ -93,7 +93,8 @@ uint32_t add_with_child(uint32_t board, const RegEvent &wanted) {
 }
 
 // The id, 0 on failure.
-uint32_t register_on_board(uint32_t board, RegEvent wanted) {
+uint32_t register_on_board(uint32_t board, const RegEvent &request) {
+  RegEvent wanted = request;
   Child child;
   {
     const HostRef host = board_host(board);
@@ -217,15 +218,7 @@ uint32_t bsg_register_for_ct_event(uint32_t board, uint32_t mask, uint32_t type,
   wanted.e_outsz = outsz;
   wanted.e_func = func;
   wanted.e_ctx = ctx;
-  const BoardNumbers boards = boards_of(board, mask);
-  for (size_t i = 0; i < boards.count; ++i) {
-    const uint32_t id = register_on_board(boards.numbers[i], wanted);
-    if (id == 0) {
-      undo_registration(wanted.e_firstchild);
-      return 0;
-    }
-    if (wanted.e_firstchild == 0) wanted.e_firstchild = id;
-  }
+  if (!register_on_boards(board, wanted, register_on_board)) return 0;
   event_safe_point();
   return wanted.e_firstchild;
 }

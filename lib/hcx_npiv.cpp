@@ -60,6 +60,14 @@ bool refreshed_host(uint32_t board, uint32_t *host_no) {
   return static_cast<bool>(host);
 }
 
+// The same for a list, which is empty, and the miss logged, without the host.
+bool listed_host(const char *caller, uint32_t board, HCX_VPEntryList *list, uint32_t *host_no) {
+  if (refreshed_host(board, host_no)) return true;
+  list->numberOfEntries = 0;
+  libhcx_syslog(LOG_ERROR, "%s - no host for board %d", caller, board);
+  return false;
+}
+
 // The names in a class directory, sorted; none when it cannot be listed.
 std::vector<std::string> class_entries(const char *caller, uint32_t board, const char *dir,
                                        const char *prefix) {
@@ -75,11 +83,7 @@ std::vector<std::string> class_entries(const char *caller, uint32_t board, const
 // With the class for virtual ports: an entry each, and behind its "device" the host, once that has appeared.
 uint32_t up_VPGetList(uint32_t board, HCX_VPEntryList *list) {
   uint32_t host_no;
-  if (!refreshed_host(board, &host_no)) {
-    list->numberOfEntries = 0;
-    HCX_LOG(LOG_ERROR, "no host for board %d", board);
-    return kNoBoardToList;
-  }
+  if (!listed_host(__func__, board, list, &host_no)) return kNoBoardToList;
   Listing listing(__func__, board, list);
   const Path prefix("vport-%d:", static_cast<int>(host_no));
   const std::vector<std::string> names = class_entries(__func__, board, vport_class, prefix.c_str());
@@ -113,11 +117,7 @@ bool is_below(int number, uint32_t physical) {
 // Without the class: the hosts whose device lies below the physical host's.
 uint32_t Rel_VPGetList(uint32_t board, HCX_VPEntryList *list) {
   uint32_t host_no;
-  if (!refreshed_host(board, &host_no)) {
-    list->numberOfEntries = 0;
-    HCX_LOG(LOG_ERROR, "no host for board %d", board);
-    return kNoBoardToList;
-  }
+  if (!listed_host(__func__, board, list, &host_no)) return kNoBoardToList;
   Listing listing(__func__, board, list);
   const std::vector<std::string> names = class_entries(__func__, board, "/sys/class/scsi_host", "host");
   for (size_t i = 0; i < names.size(); ++i) {

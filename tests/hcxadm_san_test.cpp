@@ -225,7 +225,7 @@ TEST_F(San, AnswersInWords) {
   sim::Lun &lun = add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 5, .blocks = 4096});
   ASSERT_EQ(run("scsi capacity " + lun5), 0) << err;
   EXPECT_NE(out.find("CAPACITY\t2.0 MiB"), std::string::npos) << out;
-  EXPECT_NE(out.find("00000000  00 00 0f ff 00 00 02 00"), std::string::npos) << out;
+  EXPECT_NE(out.find("0000  00 00 0f ff 00 00 02 00"), std::string::npos) << out;
   EXPECT_EQ(run("scsi inquiry " + lun5 + "--page ee"), 1);
   EXPECT_NE(err.find("check condition: illegal request, invalid field in CDB (5/24/00)"), std::string::npos)
       << err;

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "bytes.h"
 #include "designator.h"
 #include "nouns.h"
 #include "scsi_command.h"
@@ -68,7 +69,7 @@ class Record {
     add("sense", "SENSE", Kind::text, sense.empty() ? Value() : Value(sense));
     if (dump) add("data", "DATA", Kind::nested, hex_string(result.data));
     ctx.show(table_, Layout::record);
-    if (dump && !ctx.json()) ctx.out << hex_dump(result.data);
+    if (dump && !ctx.json()) ctx.out << bytes::dump(result.data);
     report_end(ctx, result, tried, board);
   }
 

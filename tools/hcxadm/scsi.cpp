@@ -142,28 +142,6 @@ const char *device_type_name(uint8_t peripheral) {
   }
 }
 
-std::string hex_dump(const std::vector<uint8_t> &data) {
-  std::string text;
-  for (size_t at = 0; at < data.size(); at += 16) {
-    char field[24];
-    std::snprintf(field, sizeof field, "%08zx ", at);
-    text += field;
-    std::string characters;
-    for (size_t i = at; i < at + 16; ++i) {
-      if (i % 8 == 0) text += ' ';
-      if (i >= data.size()) {
-        text += "   ";
-        continue;
-      }
-      std::snprintf(field, sizeof field, "%02x ", data[i]);
-      text += field;
-      characters += data[i] >= 0x20 && data[i] < 0x7f ? static_cast<char>(data[i]) : '.';
-    }
-    text += " |" + characters + "|\n";
-  }
-  return text;
-}
-
 std::string hex_string(const std::vector<uint8_t> &data) {
   static constexpr char digits[] = "0123456789abcdef";
   std::string text;

@@ -36,8 +36,6 @@ Port find_port(Boards &boards, const Board &board, const std::string &wwpn);
 std::string sense_text(const std::vector<uint8_t> &sense);
 // What a device with this peripheral byte is: "disk", "tape", ...
 const char *device_type_name(uint8_t peripheral);
-// Sixteen bytes a line: offset, bytes, characters.
-std::string hex_dump(const std::vector<uint8_t> &data);
 std::string hex_string(const std::vector<uint8_t> &data);
 
 }  // namespace hcxadm
