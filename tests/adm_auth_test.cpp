@@ -8,105 +8,76 @@
 #include <utmp.h>
 
 #include <iostream>
-#include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "auth_fixture.h"
-#include "hcxadm.h"
+#include "tool_fixture.h"
 
 namespace {
 
 using namespace auth_test;
 
-const std::string remote_name = "50:06:01:60:00:00:00:01";
+constexpr char remote_name[] = "50:06:01:60:00:00:00:01";
 
-class AdmAuth : public Auth {
+class AdmAuth : public Auth, public Tool {
  protected:
-  std::string out, err;
-  bool terminal = false;
-
-  int run(std::vector<std::string> args, const std::string &answers = "") {
-    std::istringstream in(answers);
-    std::ostringstream out_stream, err_stream;
-    args.insert(args.begin(), {"--output=json", "auth"});
+  // A verb of "hcxadm auth"; @ stands for the remote port.
+  int run(std::string line, const std::string &answers = "") {
+    if (const size_t at = line.find('@'); at != std::string::npos) line.replace(at, 1, remote_name);
     testing::internal::CaptureStderr();  // the library's messages
-    const int status =
-        hcxadm::run(args, in, out_stream, err_stream, {.in = terminal, .out = false, .err = terminal});
-    out = out_stream.str();
-    err = err_stream.str() + testing::internal::GetCapturedStderr();
+    const int status = Tool::run("--output=json auth " + line, answers);
+    err += testing::internal::GetCapturedStderr();
     return status;
   }
   nlohmann::json rows() { return nlohmann::json::parse(out)["data"]; }
-  bool says(const std::string &what) const { return err.find(what) != std::string::npos; }
 };
 
 TEST_F(AdmAuth, FromNothingToDeleted) {
   put(foreign);
-  EXPECT_EQ(run({"set", "0", remote_name, "--timeout=5", "--types=1,2", "--yes"}), 0) << err;
+  EXPECT_EQ(run("set 0 @ --timeout=5 --types=1,2 --yes"), 0) << err;
   EXPECT_TRUE(says("Adjusting Authentication Timeout to Minimum value."));
   EXPECT_EQ(file(), foreign + "CONFIG " + mine + "20 1 0 1:2:0:0 1:2:0:0 1:0:0:0:0:0:0:0 0\n");
-  EXPECT_EQ(run({"password", "0", remote_name, "local", "--yes"}, "\nsecretsecret\n"), 0) << err;
-  EXPECT_EQ(run({"password", "0", remote_name, "remote", "--yes", "--password-type=binary"},
-                "\n0102030405060708\n"),
-            0)
-      << err;
+  EXPECT_EQ(run("password 0 @ local --yes", "\nsecretsecret\n"), 0) << err;
+  EXPECT_EQ(run("password 0 @ remote --yes --password-type=binary", "\n0102030405060708\n"), 0) << err;
   EXPECT_NE(file().find(password_line), std::string::npos);
-  EXPECT_EQ(run({"list", "0"}), 0);
+  EXPECT_EQ(run("list 0"), 0);
   ASSERT_EQ(rows().size(), 1u) << out;
   EXPECT_EQ(rows()[0]["remote"], remote_name);
   EXPECT_EQ(rows()[0]["local_password"], "text");
   EXPECT_EQ(rows()[0]["remote_password"], "binary");
-  EXPECT_EQ(out.find("secret"), std::string::npos);
-  EXPECT_EQ(run({"delete", "0", remote_name, "--yes"}, "wrongwrong\n"), 5);
-  EXPECT_TRUE(says("the password does not match")) << err;
-  EXPECT_EQ(run({"delete", "0", remote_name, "--yes"}, "secretsecret\n"), 0) << err;
+  EXPECT_FALSE(shows("secret"));
+  EXPECT_EQ(run("delete 0 @ --yes", "secretsecret\n"), 0) << err;
   EXPECT_EQ(file(), foreign);
 }
 
 TEST_F(AdmAuth, RefusalsLeaveTheFileAlone) {
-  struct Case {
-    std::vector<std::string> args;
-    std::string answers;
+  const std::string whole = config_line + password_line, new_password = "password 0 @ local --yes";
+  const struct {
+    std::string line, answers;
     int status;
     const char *message;
+  } rows[] = {
+      {"show 0 5006016000000002", "", 3, "nothing stored"},
+      {"show 0 fabrics", "", 2, "is no port name"},
+      {"list 1", "", 1, "vosk_enable_auth"},
+      {"set 0 fabric --types=6 --yes", "", 2, "ERROR:Unknown Authentication Type."},
+      {"set 0 fabric --types=1,1,1,1,1 --yes", "", 2, "too many authentication types"},
+      {"set 0 @ --mode=2", "n\n", 5, "not confirmed"},
+      {"set 0 @ --mode=2 --yes", "\n", 5, "the password does not match"},
+      {new_password, "secretsecret\n\n", 2, "no new password"},
+      {new_password, "secretsecret\nshort\n", 2, "too short (5)"},
+      {new_password, "secretsecret\na blank in it\n", 2, "character (2)"},
+      {new_password, "secretsecret\n" + std::string("nul\0nulnul\n", 11), 2, "character (4)"},
+      {new_password, "secretsecret\n" + std::string(129, 'x') + "\n", 2, "no password of the type"},
+      {new_password, std::string(1000, 'x') + "\nsecretsecret\n", 2, "no password of the type"},
+      {"delete 0 @ --yes", "wrongwrong\n", 5, "the password does not match"},
+      {"delete 0 @ --yes --password-type=binary", "012\n", 2, "no password of the type"},
+      {"delete 0 @ --yes --password-fd=250", "", 1, "from descriptor 250"},
+      {"delete 0 @ --dry-run", "", 0, "would delete"},
   };
-  const std::string whole = config_line + password_line;
-  for (const Case &c : {
-           Case{{"show", "0", "5006016000000002"}, "", 3, "nothing stored"},
-           {{"show", "0", "fabrics"}, "", 2, "is no port name"},
-           {{"list", "1"}, "", 1, "vosk_enable_auth"},
-           {{"set", "0", "fabric", "--types=6", "--yes"}, "", 2, "ERROR:Unknown Authentication Type."},
-           {{"set", "0", "fabric", "--types=1,1,1,1,1", "--yes"}, "", 2, "too many authentication types"},
-           {{"set", "0", remote_name, "--mode=2"}, "n\n", 5, "not confirmed"},
-           {{"set", "0", remote_name, "--mode=2", "--yes"}, "\n", 5, "the password does not match"},
-           {{"password", "0", remote_name, "local", "--yes"}, "secretsecret\n\n", 2, "no new password"},
-           {{"password", "0", remote_name, "local", "--yes"}, "secretsecret\nshort\n", 2, "too short (5)"},
-           {{"password", "0", remote_name, "local", "--yes"},
-            "secretsecret\na blank in it\n",
-            2,
-            "character (2)"},
-           {{"password", "0", remote_name, "local", "--yes"},
-            "secretsecret\n" + std::string("nul\0nulnul\n", 11),
-            2,
-            "character (4)"},
-           {{"password", "0", remote_name, "local", "--yes"},
-            "secretsecret\n" + std::string(129, 'x') + "\n",
-            2,
-            "no password of the type"},
-           {{"password", "0", remote_name, "local", "--yes"},
-            std::string(1000, 'x') + "\nsecretsecret\n",
-            2,
-            "no password of the type"},
-           {{"delete", "0", remote_name, "--yes", "--password-type=binary"},
-            "012\n",
-            2,
-            "no password of the type"},
-           {{"delete", "0", remote_name, "--yes", "--password-fd=250"}, "", 1, "from descriptor 250"},
-           {{"delete", "0", remote_name, "--dry-run"}, "", 0, "would delete"},
-       }) {
+  for (const auto &row : rows) {
     put(whole);
-    EXPECT_EQ(run(c.args, c.answers), c.status) << c.args[0] << " " << err;
-    EXPECT_TRUE(says(c.message)) << c.message << ": " << err;
+    EXPECT_EQ(run(row.line, row.answers), row.status) << row.line << " " << err;
+    EXPECT_TRUE(says(row.message)) << row.message << ": " << err;
     EXPECT_EQ(file(), whole);
     EXPECT_TRUE(nlohmann::json::accept(out)) << out;
   }
@@ -120,32 +91,29 @@ TEST_F(AdmAuth, PasswordsFromADescriptorAndTwice) {
   const std::string lines = "secretsecret\nlocalpassword\nleft\n";
   ASSERT_EQ(write(ends[1], lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
   const std::string fd = "--password-fd=" + std::to_string(ends[0]);
-  EXPECT_EQ(run({"password", "0", remote_name, "local", "--yes", fd}), 0) << err;
+  EXPECT_EQ(run("password 0 @ local --yes " + fd), 0) << err;
   EXPECT_EQ(file(), "PASSWORD " + mine + "1 localpassword 2 0102030405060708\n");
   char left[5];
   EXPECT_EQ(read(ends[0], left, sizeof left), 5);  // for the next command
   close(ends[0]);
   close(ends[1]);
-  terminal = true;
-  EXPECT_EQ(run({"password", "0", remote_name, "local", "--yes"}, "localpassword\nsecond-one\nsecond.one\n"),
-            2);
+  terminal = {.in = true, .err = true};
+  EXPECT_EQ(run("password 0 @ local --yes", "localpassword\nsecond-one\nsecond.one\n"), 2);
   EXPECT_TRUE(says("not the same")) << err;
-  EXPECT_EQ(run({"password", "0", remote_name, "local", "--yes"}, "localpassword\nsecond-one\nsecond-one\n"),
-            0)
-      << err;
+  EXPECT_EQ(run("password 0 @ local --yes", "localpassword\nsecond-one\nsecond-one\n"), 0) << err;
   EXPECT_EQ(file(), "PASSWORD " + mine + "1 second-one 2 0102030405060708\n");
 }
 
 TEST_F(AdmAuth, StatusAndStart) {
   m.host(3)->set_scsi("auth_state", "Failed - LS_RJT");
-  EXPECT_EQ(run({"status", "0"}), 0) << err;
+  EXPECT_EQ(run("status 0"), 0) << err;
   EXPECT_EQ(rows()[0]["state"], "failed");
   EXPECT_EQ(rows()[0]["reason"], "LS_RJT");
   EXPECT_EQ(rows()[0]["since_s"], nullptr);
-  EXPECT_EQ(run({"start", "0", "fabric", "--yes"}), 0) << err;
-  EXPECT_EQ(run({"status", "0"}), 0);
+  EXPECT_EQ(run("start 0 fabric --yes"), 0) << err;
+  EXPECT_EQ(run("status 0"), 0);
   EXPECT_EQ(rows()[0]["state"], "not authenticated");  // nothing is configured
-  EXPECT_EQ(run({"start", "0", "0000000000000123", "--yes"}), 1);
+  EXPECT_EQ(run("start 0 0000000000000123 --yes"), 1);
 }
 
 bool echoes(int terminal_fd) {

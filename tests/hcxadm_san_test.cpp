@@ -1,47 +1,47 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // hcxadm on the SAN side: rates, metrics, identities and sense data, and the verbs that send SCSI commands.
-#include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 
 #include "designator.h"
-#include "hcxadm.h"
 #include "scsi.h"
 #include "sim_machine.h"
 #include "sim_scsi.h"
 #include "statistics.h"
+#include "tool_fixture.h"
 
 namespace {
 
 sim::Machine *watched = nullptr;
 
-class San : public ::testing::Test {
+class San : public ::testing::Test, public Tool {
  protected:
   void SetUp() override {
     watched = &m;
     hcxadm::ticker = {[] { return static_cast<double>(watched->clock.load()); },
                       [](double seconds) { watched->clock += static_cast<time_t>(seconds); }};
   }
-  void TearDown() override { EXPECT_EQ(m.open_fds(), 0u); }
-
-  sim::Host &add_board() { return m.add_host({.number = 3, .wwpn = 0x10000000c9a1b2c3}); }
-  int run(const std::string &line, const std::string &answer = {}) {
-    std::vector<std::string> words;
-    std::istringstream split(line);
-    for (std::string word; split >> word;)
-      words.push_back(word);
-    std::istringstream in(answer);
-    std::ostringstream out_stream, err_stream;
-    const int status = hcxadm::run(words, in, out_stream, err_stream);
-    out = out_stream.str();
-    err = err_stream.str();
-    return status;
+  void TearDown() override {
+    EXPECT_EQ(m.open_fds(), 0u);
+    std::remove(file.c_str());
+  }
+  void put_file(size_t size) const { std::ofstream(file, std::ios::binary) << std::string(size, 'w'); }
+  std::string kept() const {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  // A board, a target, its LUN 5.
+  sim::Lun &add_lun(sim::LunSpec spec = {}) {
+    spec.lun = 5;
+    return add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun(spec);
   }
 
+  sim::Host &add_board() { return m.add_host({.number = 3, .wwpn = 0x10000000c9a1b2c3}); }
   // What LUNs were sent; start-up asks the driver for its version as well.
   std::vector<sim::Request> commands() {
     std::vector<sim::Request> all = m.requests();
@@ -51,7 +51,7 @@ class San : public ::testing::Test {
 
   sim::Machine m;
   sim::Installed installed{m};
-  std::string out, err;
+  const std::string file = ::testing::TempDir() + "hcxadm_san_" + std::to_string(getpid());
   const std::string lun5 = "0 5006016000000001 5 ";
 };
 
@@ -65,15 +65,14 @@ TEST_F(San, WatchShowsTheGrowthOfTheCounters) {
             "4.0\t0\thost3\t2448.0\t1228992.0\t9648.0\t4915392.0\t0.0\n"
             "6.0\t0\thost3\t2448.0\t1228992.0\t9648.0\t4915392.0\t0.0\n");
   host.set_fc("port_state", "Linkdown");
-  for (const char *file : {"tx_words", "error_frames"})
-    m.vfs().remove(host.fc_dir() + "statistics/" + file);
-  ASSERT_EQ(run("stats host3 --watch 1 --count 1 -o json"), 0) << err;
-  const auto row = nlohmann::json::parse(out)["data"].at(0);
-  EXPECT_EQ(row["tx_frames_per_second"], 0.0);
-  EXPECT_TRUE(row["tx_bytes_per_second"].is_null());
-  EXPECT_TRUE(row["lips_per_second"].is_null());  // not kept
-  EXPECT_TRUE(row["error_frames_per_second"].is_null());
-  EXPECT_EQ(row["errors_per_second"], 0.0);  // of those that are left
+  for (const char *gone : {"tx_words", "error_frames"})
+    m.vfs().remove(host.fc_dir() + "statistics/" + gone);
+  const nlohmann::json rates = row("stats host3 --watch 1 --count 1");
+  EXPECT_EQ(rates["tx_frames_per_second"], 0.0);
+  EXPECT_TRUE(rates["tx_bytes_per_second"].is_null());
+  EXPECT_TRUE(rates["lips_per_second"].is_null());  // not kept
+  EXPECT_TRUE(rates["error_frames_per_second"].is_null());
+  EXPECT_EQ(rates["errors_per_second"], 0.0);  // of those that are left
   EXPECT_EQ(run("stats --watch 1 -o json"), 2);
   EXPECT_EQ(run("stats --count 1"), 2);
 }
@@ -81,26 +80,17 @@ TEST_F(San, WatchShowsTheGrowthOfTheCounters) {
 TEST_F(San, ResetCountsFromNowOn) {
   sim::Host &host = add_board();
   host.set_statistic("link_failure_count", 12);
-  ASSERT_EQ(run("stats 0 --reset -o json"), 0) << err;
-  auto row = nlohmann::json::parse(out)["data"].at(0);
-  EXPECT_EQ(row["link_failures"], 0);
-  EXPECT_TRUE(row["lip_count"].is_null());
-  ASSERT_EQ(run("stats 0 -o json"), 0);
-  row = nlohmann::json::parse(out)["data"].at(0);
-  EXPECT_EQ(row["link_failures"], 12);  // for that command only
-  // The difference of two marks of a counter that is not kept is no count.
   host.set_statistic("error_frames", ~0ull);
-  ASSERT_EQ(run("stats 0 --reset -o json"), 0) << err;
-  EXPECT_TRUE(nlohmann::json::parse(out)["data"].at(0)["error_frames"].is_null()) << out;
+  nlohmann::json counters = row("stats 0 --reset");
+  EXPECT_EQ(counters["link_failures"], 0);
+  EXPECT_TRUE(counters["lip_count"].is_null());
+  // The difference of two marks of a counter that is not kept is no count.
+  EXPECT_TRUE(counters["error_frames"].is_null()) << out;
+  EXPECT_EQ(row("stats 0")["link_failures"], 12);  // for that command only
   m.add_host({.number = 4});
   m.vfs().remove(host.scsi_dir() + "stats");
-  EXPECT_EQ(run("stats --reset -o json"), 4);
-  EXPECT_NE(err.find("board 0 (host3): resetting the statistics: the driver offers no snapshot"),
-            std::string::npos)
-      << err;
-  const auto rows = nlohmann::json::parse(out)["data"];  // the other board is not hidden
-  ASSERT_EQ(rows.size(), 1u);
-  EXPECT_EQ(rows.at(0)["host"], "host4");
+  EXPECT_EQ(row("stats --reset", 4)["host"], "host4");  // the other board is not hidden
+  EXPECT_TRUE(says("board 0 (host3): resetting the statistics: the driver offers no snapshot")) << err;
 }
 
 TEST_F(San, RatesNeedTwoReadingsThatGrow) {
@@ -185,20 +175,17 @@ TEST_F(San, MapNamesEveryLunTwice) {
 }
 
 TEST_F(San, LinkOfALoop) {
-  sim::Host &host = m.add_host({.number = 3, .port_id = 1, .port_type = "LPort (private loop)"});
-  host.add_rport({.port_id = 0xe8});
-  ASSERT_EQ(run("link -o json"), 0) << err;
-  const auto row = nlohmann::json::parse(out)["data"].at(0);
-  EXPECT_EQ(row["topology"], "private loop");
-  EXPECT_EQ(row["loop_addresses"], (std::vector<int>{1, 0xe8}));
+  m.add_host({.number = 3, .port_id = 1, .port_type = "LPort (private loop)"}).add_rport({.port_id = 0xe8});
+  const nlohmann::json link = row("link");
+  EXPECT_EQ(link["topology"], "private loop");
+  EXPECT_EQ(link["loop_addresses"], (std::vector<int>{1, 0xe8}));
   ASSERT_EQ(run("link"), 0);
-  EXPECT_NE(out.find("board 0 (host3): loop of 2: 1 e8\n"), std::string::npos) << out;
+  EXPECT_TRUE(shows("board 0 (host3): loop of 2: 1 e8\n")) << out;
 }
 
 TEST_F(San, WritingAsksFirst) {
-  add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 5});
-  const std::string file = ::testing::TempDir() + "hcxadm_san_blocks";
-  std::ofstream(file, std::ios::binary) << std::string(1024, 'w');
+  add_lun();
+  put_file(1024);
   const std::string line = "scsi write " + lun5 + "--block 9 --file " + file;
   EXPECT_EQ(run(line), 5);
   EXPECT_EQ(run(line, "no\n"), 5);
@@ -206,36 +193,31 @@ TEST_F(San, WritingAsksFirst) {
   EXPECT_EQ(run("scsi cdb " + lun5 + "04 0 0 0 0 0"), 5);  // FORMAT UNIT
   EXPECT_TRUE(commands().empty());
   EXPECT_EQ(run(line, "y\n"), 0) << err;
-  EXPECT_NE(
-      err.find(
-          "overwrite 2 blocks from block 9 on of LUN 5 behind 50:06:01:60:00:00:00:01 on board 0 (host3), "
-          "/dev/sda"),
-      std::string::npos)
+  EXPECT_TRUE(
+      says("overwrite 2 blocks from block 9 on of LUN 5 behind 50:06:01:60:00:00:00:01 on board 0 (host3), "
+           "/dev/sda"))
       << err;
   ASSERT_EQ(commands().size(), 2u);
   EXPECT_EQ(commands()[0].header[0], '\x25');  // the size of the blocks
   EXPECT_EQ(commands()[1].header, std::string("\x2a\0\0\0\0\x9\0\0\2\0", 10));
   EXPECT_EQ(commands()[1].data_out, std::string(1024, 'w'));
-  std::ofstream(file, std::ios::binary) << std::string(1000, 'w');
+  put_file(1000);
   EXPECT_EQ(run(line + " -y"), 2);
-  EXPECT_EQ(run("scsi write " + lun5 + "--block 9 --file /nowhere/at/all -y"), 3);
+  EXPECT_EQ(run("scsi write " + lun5 + "--block 0 --file /nowhere/at/all -y"), 3);
 }
 
 TEST_F(San, AnswersInWords) {
-  sim::Lun &lun = add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 5, .blocks = 4096});
+  sim::Lun &lun = add_lun({.blocks = 4096});
   ASSERT_EQ(run("scsi capacity " + lun5), 0) << err;
-  EXPECT_NE(out.find("CAPACITY\t2.0 MiB"), std::string::npos) << out;
-  EXPECT_NE(out.find("0000  00 00 0f ff 00 00 02 00"), std::string::npos) << out;
+  EXPECT_TRUE(shows("CAPACITY\t2.0 MiB") && shows("0000  00 00 0f ff 00 00 02 00")) << out;
   EXPECT_EQ(run("scsi inquiry " + lun5 + "--page ee"), 1);
-  EXPECT_NE(err.find("check condition: illegal request, invalid field in CDB (5/24/00)"), std::string::npos)
-      << err;
-  ASSERT_EQ(run("scsi cdb " + lun5 + "9e 10 0 0 0 0 0 0 0 0 0 0 0 20 0 0 --in 32 -o json"), 0) << err;
+  EXPECT_TRUE(says("check condition: illegal request, invalid field in CDB (5/24/00)")) << err;
+  const nlohmann::json answer = row("scsi cdb " + lun5 + "9e 10 0 0 0 0 0 0 0 0 0 0 0 20 0 0 --in 32");
   EXPECT_EQ(commands().back().timeout, 30000u);
-  const auto row = nlohmann::json::parse(out)["data"].at(0);
-  EXPECT_EQ(row["status"], "good");
-  EXPECT_EQ(row["data"].get<std::string>().substr(0, 24), "0000000000000fff00000200");
-  sim::unit_of(lun).hook = [](const std::string &, const std::string &, sim::ScsiAnswer &answer, int &) {
-    answer.status = 8;
+  EXPECT_EQ(answer["status"], "good");
+  EXPECT_EQ(answer["data"].get<std::string>().substr(0, 24), "0000000000000fff00000200");
+  sim::unit_of(lun).hook = [](const std::string &, const std::string &, sim::ScsiAnswer &given, int &) {
+    given.status = 8;
     return true;
   };
   EXPECT_EQ(run("scsi cdb " + lun5 + "0 0 0 0 0 0"), 6);
@@ -246,12 +228,7 @@ TEST_F(San, AnswersInWords) {
 }
 
 TEST_F(San, BlocksThatDidNotMoveAreNoSuccess) {
-  sim::Lun &lun = add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 5});
-  const std::string file = ::testing::TempDir() + "hcxadm_san_moved";
-  const auto kept = [&] {
-    std::ifstream in(file, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  };
+  sim::Lun &lun = add_lun();
   sim::ScsiAnswer good, lost, reserved, busy, part;
   lost.host_status = 1;  // with a residual of 0, as if all had been transferred
   lost.residual_extra = -1024;
@@ -276,9 +253,9 @@ TEST_F(San, BlocksThatDidNotMoveAreNoSuccess) {
       answer = row.answer;
       return true;
     };
-    std::ofstream(file, std::ios::binary) << std::string(1024, 'w');
+    put_file(1024);
     EXPECT_EQ(run("scsi read " + lun5 + "--blocks 2 --file " + file), row.read) << row.what;
-    EXPECT_NE(err.find(row.said), std::string::npos) << row.what << ": " << err;
+    EXPECT_TRUE(says(row.said)) << row.what << ": " << err;
     EXPECT_EQ(kept(), std::string(1024, 'w')) << row.what;
     EXPECT_EQ(run("scsi write " + lun5 + "--block 0 -y --file " + file), row.write)
         << row.what << ": " << err;
@@ -286,13 +263,11 @@ TEST_F(San, BlocksThatDidNotMoveAreNoSuccess) {
   sim::unit_of(lun).hook = {};
   EXPECT_EQ(run("scsi read " + lun5 + "--blocks 2 --file " + file), 0) << err;
   EXPECT_EQ(kept().substr(0, 15), "3:0:0:5 block 0");
-  std::remove(file.c_str());
 }
 
 TEST_F(San, BlocksOfAnotherSizeAreLeftAlone) {
-  sim::Lun &lun = add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 5});
-  const std::string file = ::testing::TempDir() + "hcxadm_san_size";
-  std::ofstream(file, std::ios::binary) << std::string(512, 'w');
+  sim::Lun &lun = add_lun();
+  put_file(512);
   // 2^33 blocks of 4096 bytes: more than 32 bits count.
   sim::unit_of(lun).hook = [](const std::string &cdb, const std::string &, sim::ScsiAnswer &answer, int &) {
     const bool wide = cdb[0] == '\x9e';
@@ -302,29 +277,25 @@ TEST_F(San, BlocksOfAnotherSizeAreLeftAlone) {
   };
   EXPECT_EQ(run("scsi read " + lun5), 4);
   EXPECT_EQ(run("scsi write " + lun5 + "--block 0 -y --file " + file), 4);
-  EXPECT_NE(err.find("the LUN has blocks of 4096 bytes, not 512"), std::string::npos) << err;
-  ASSERT_EQ(run("scsi capacity " + lun5 + "-o json"), 0) << err;
-  const auto row = nlohmann::json::parse(out)["data"].at(0);
-  EXPECT_EQ(row["blocks"], 0x200000000);
-  EXPECT_EQ(row["bytes"], 0x200000000 * 4096);
+  EXPECT_TRUE(says("the LUN has blocks of 4096 bytes, not 512")) << err;
+  const nlohmann::json capacity = row("scsi capacity " + lun5);
+  EXPECT_EQ(capacity["blocks"], 0x200000000);
+  EXPECT_EQ(capacity["bytes"], 0x200000000 * 4096);
   for (const sim::Request &request : commands())
     EXPECT_TRUE(request.header[0] == '\x25' || request.header[0] == '\x9e');
-  std::remove(file.c_str());
 }
 
 TEST_F(San, ALongerListOfLunsIsSaidToBeCut) {
   sim::Lun &lun = add_board().add_rport({.wwpn = 0x5006016000000001}).add_lun({.lun = 0});
-  sim::ScsiAnswer answer;
+  std::string data = std::string("\0\2\0\x8\0\0\0\0", 8) + std::string(8 * 16384, '\0');
   sim::unit_of(lun).hook = [&](const std::string &, const std::string &, sim::ScsiAnswer &given, int &) {
-    given = answer;
+    given = {};
+    given.data = data;
     return true;
   };
-  answer.data = std::string("\0\2\0\x8\0\0\0\0", 8) + std::string(8 * 16384, '\0');
-  EXPECT_EQ(run("scsi luns 0 5006016000000001"), 1);
-  EXPECT_NE(err.find("only the first 16384 LUNs of a longer list came"), std::string::npos) << err;
-  answer.data = {};
-  EXPECT_EQ(run("scsi luns 0 5006016000000001"), 1);
-  EXPECT_NE(err.find("no answer"), std::string::npos) << err;
+  expect_endings({{"scsi luns 0 5006016000000001", 1, "only the first 16384 LUNs of a longer list came"}});
+  data = {};
+  expect_endings({{"scsi luns 0 5006016000000001", 1, "no answer"}});
 }
 
 std::vector<uint8_t> bytes(const std::string &text) {
