@@ -100,13 +100,6 @@ uint32_t up_VPGetList(uint32_t board, HCX_VPEntryList *list) {
   return listing.finish();
 }
 
-// The number of an entry that is "host" and nothing but digits; -1 for any other.
-int host_number(const std::string &name) {
-  int number;
-  if (sscanf(name.c_str(), "host%d", &number) != 1) return -1;
-  return Text<32>("host%d", number).equals(name.c_str()) ? number : -1;
-}
-
 // Whether a host's device lies below that of the physical host.
 bool is_below(int number, uint32_t physical) {
   if (number < 0 || static_cast<uint32_t>(number) == physical) return false;

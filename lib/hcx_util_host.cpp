@@ -79,9 +79,9 @@ char *find_pci_dev(uint32_t host_no, Path *path) {
 hcx_host *new_host(const char *name, bool *out_of_memory) {
   *out_of_memory = false;
   const Path dir("%s/%s/", kScsiHostClass, name);
-  int number;
   if (!is_physical_port(name) || !hcx_sysfs_test_file(dir.c_str(), "vosk_log_verbose")) return nullptr;
-  if (sscanf(name, "host%d", &number) != 1) return nullptr;
+  const int number = host_number(name);
+  if (number < 0) return nullptr;
   auto *host = static_cast<hcx_host *>(calloc(1, sizeof(hcx_host)));
   *out_of_memory = !host;
   if (!host) return nullptr;
@@ -138,6 +138,12 @@ int write_online(const Path &path, const char *text) {
 }  // namespace
 
 namespace hcx {
+
+int host_number(const std::string &name) {
+  int number;
+  if (sscanf(name.c_str(), "host%d", &number) != 1) return -1;
+  return Text<32>("host%d", number).equals(name.c_str()) ? number : -1;
+}
 
 bool is_physical_port(const char *name) {
   const Path dir("%s/%s/", kScsiHostClass, name);

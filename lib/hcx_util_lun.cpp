@@ -41,6 +41,7 @@ bool lun_numbers(const ClassListing::Range &names, std::vector<uint64_t> &ids, c
     ids.push_back(id);
   }
   std::sort(ids.begin(), ids.end());
+  ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
   return true;
 }
 

@@ -70,6 +70,10 @@ std::vector<Entry> entries_by_number(const ClassListing::Range &names, const std
   }
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry &a, const Entry &b) { return a.id < b.id; });
+  // Two spellings of a number would be two records with one name.
+  entries.erase(std::unique(entries.begin(), entries.end(),
+                            [](const Entry &a, const Entry &b) { return a.id == b.id; }),
+                entries.end());
   return entries;
 }
 

@@ -45,6 +45,8 @@ class ClassListing {
 
 // The layout generation of the tree as it stands, a sysfs_tree_ver; sysfs_ver holds that of the last scan.
 int tree_generation();
+// The number of an entry that is "host" and nothing but digits; -1 for any other.
+int host_number(const std::string &name);
 // How the names of a host's remote ports begin: "rport-3:0-", in old trees those of its targets, "target3:0:".
 Path rport_prefix(bool old, uint32_t host_no);
 // Remote ports by name; in old trees without that class the transport's targets.
