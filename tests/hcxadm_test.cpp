@@ -3,8 +3,6 @@
 // output, standard error and the exit status only.
 #include <unistd.h>
 
-#include <fstream>
-
 #include "sim_machine.h"
 #include "simulate.h"
 #include "tool_fixture.h"
@@ -344,30 +342,6 @@ TEST_F(Hcxadm, SimulateBecomesACommandOfHcxsim) {
   EXPECT_EQ(command("--simulate= list", here), "2");
   EXPECT_EQ(command("--state d list", here), "2");
   EXPECT_EQ(command("--simulate list", [](const std::string &) { return false; }), "1");
-}
-
-// A noun that is added must be described.
-TEST_F(Hcxadm, TheManualNamesEveryCommandAndOption) {
-  std::ifstream file(HCX_SOURCE_DIR "/docs/hcxadm.1");
-  const std::string manual{std::istreambuf_iterator<char>(file), {}};
-  run("words");
-  std::istringstream nouns(out);
-  for (std::string noun; std::getline(nouns, noun);) {
-    if (noun.starts_with("--")) {
-      EXPECT_NE(manual.find("Fl Fl " + noun.substr(2)), std::string::npos) << noun;
-      continue;
-    }
-    EXPECT_NE(manual.find("\n.Ss " + noun + "\n"), std::string::npos) << noun;
-    const std::string section = manual.substr(std::min(manual.find("\n.Ss " + noun + "\n"), manual.size()));
-    run("words " + noun);
-    std::istringstream verbs(out);
-    for (std::string verb; std::getline(verbs, verb);) {
-      if (isupper(static_cast<unsigned char>(verb[0])) || verb == "--help") continue;
-      const std::string name = verb.starts_with("--") ? "Fl Fl " + verb.substr(2) : verb;
-      EXPECT_NE((verb.starts_with("--") ? manual : section).find(name), std::string::npos)
-          << noun << " " << verb;
-    }
-  }
 }
 
 }  // namespace

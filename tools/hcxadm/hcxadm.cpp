@@ -7,6 +7,7 @@
 #include <array>
 #include <iostream>
 
+#include "examples.h"
 #include "nouns.h"
 
 namespace hcxadm {
@@ -16,7 +17,7 @@ constexpr char description[] = "Manages Fibre Channel and FCoE adapters of the v
 constexpr char footer[] =
     "\nBOARD is a board number, hostN or the WWPN of an adapter port.\n"
     "Exit status: 0 done, 1 failed, 2 usage, 3 no such board or object, 4 not supported, 5 refused, 6 busy.\n"
-    "\"hcxadm NOUN --help\" tells more; so does hcxadm(1).";
+    "\"hcxadm NOUN --help\" tells more; so does hcxadm(8).";
 
 constexpr void (*noun_table[])(CLI::App &, Context &) = {
 #define HCXADM_NOUN_ENTRY(name) add_##name,
@@ -306,11 +307,11 @@ int run(const std::vector<std::string> &args, std::istream &in, std::ostream &ou
   root.require_subcommand(1);
   root.set_version_flag("--version", HCXADM_VERSION);
   add_global_options(root, ctx);
-  root.footer("\nThe options of \"hcxadm --help\" work here as well.");  // subcommands inherit it
   for (auto add : noun_table)
     add(root, ctx);
   add_words(root, ctx);
-  root.footer(footer);                                        // last: subcommands inherit it
+  add_examples(root, "\nThe options of \"hcxadm --help\" work here as well.");
+  root.footer(footer);                                        // last: subcommands would inherit it
   std::vector<std::string> line(args.rbegin(), args.rend());  // as the parser wants it
   if (!line.empty() && line.back() == "help") {
     line.pop_back();

@@ -237,7 +237,7 @@ void show_event(Context &ctx, const Event &event) {
 
 void follow(Context &ctx, const Arguments &args) {
   ctx.document(follow_schema);
-  if (!args.follow)
+  if (!args.follow && ctx.command != "event follow")
     throw Failure({.status = kUsage,
                    .tried = "neither a verb nor --follow",
                    .board = {},

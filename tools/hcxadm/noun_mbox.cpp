@@ -65,7 +65,8 @@ uint8_t code_of(const std::string &word) {
     if (word == command.name) return command.code;
   const auto number = parse_number(word, 16);
   if (!number || *number > 0xff)
-    throw usage("no mailbox command \"" + word + "\"", "give a name from hcxadm(1) or a code such as 0x11");
+    throw usage("no mailbox command \"" + word + "\"",
+                "give a name from hcxadm-mbox(8) or a code such as 0x11");
   return static_cast<uint8_t>(*number);
 }
 

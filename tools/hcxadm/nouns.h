@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The nouns of the command line, in the order of the help text and the man page. A new noun is one line here
-// and one file noun_NAME.cpp that defines add_NAME(); its words belong into docs/hcxadm.1 and its JSON into
+// and one file noun_NAME.cpp that defines add_NAME(); its page is docs/man/hcxadm-NAME.8, its examples stand in
+// examples.cpp, its JSON in
 // docs/hcxadm.schema.json.
 #pragma once
 

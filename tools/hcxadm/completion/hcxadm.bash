@@ -1,4 +1,4 @@
-# bash completion for hcxadm(1)                             -*- shell-script -*-
+# bash completion for hcxadm(8)                             -*- shell-script -*-
 # SPDX-License-Identifier: BSD-3-Clause
 # The words come from the tool itself ("hcxadm words"), board numbers from "hcxadm --output json list", so that this
 # file knows no nouns.

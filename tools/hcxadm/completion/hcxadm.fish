@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: BSD-3-Clause
-# fish completion for hcxadm(1). The words come from the tool itself ("hcxadm words"), board numbers from
+# fish completion for hcxadm(8). The words come from the tool itself ("hcxadm words"), board numbers from
 # "hcxadm --output json list", so that this file knows no nouns.
 
 function __hcxadm_words
