@@ -1,41 +1,29 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Habits that all commands share, held against the tool's own table of commands and options ("words") and its table
 // of examples: manual pages that say neither less nor more, help with examples, every way of naming a board.
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 
 #include "examples.h"
 #include "sim_machine.h"
+#include "tool_fixture.h"
 
 namespace {
 
 using hcxadm::Example;
 using Words = std::vector<std::string>;
 
-struct Result {
-  int status = -1;
-  std::string out;
-  std::string err;
+// The tool without a fixture's test around it.
+struct Tried : Tool {
+  using Tool::err;
+  using Tool::out;
+  using Tool::words;
+  int status;
+  explicit Tried(const Words &args) { status = run_words(args); }
 };
-
-Result run(const Words &args) {
-  std::istringstream in;
-  std::ostringstream out;
-  std::ostringstream err;
-  const int status = hcxadm::run(args, in, out, err);
-  return {status, out.str(), err.str()};
-}
-
-Words split(const std::string &text) {
-  std::istringstream stream(text);
-  return {std::istream_iterator<std::string>(stream), {}};
-}
 
 std::string joined(const Words &words) {
   std::string text;
@@ -57,7 +45,7 @@ struct Command {
 
 std::set<std::string> root_options() {
   std::set<std::string> options = {"--help"};
-  for (const std::string &word : split(run({"words"}).out))
+  for (const std::string &word : Tried::words(Tried({"words"}).out))
     if (word.starts_with("--")) options.insert(word);
   return options;
 }
@@ -68,7 +56,7 @@ void add_commands(const Words &path, std::vector<Command> &found) {
   args.insert(args.end(), path.begin(), path.end());
   Command command{path, {}, {}};
   bool verbs = false;
-  std::istringstream lines(run(args).out);
+  std::istringstream lines(Tried(args).out);
   for (std::string word; std::getline(lines, word);) {
     if (word.starts_with("VALUE ")) continue;
     if (word.starts_with("--")) {
@@ -101,7 +89,7 @@ Words plain(const std::string &line) {
   static const std::set<std::string> markup = {"Oo", "Oc", "Op", "Cm", "Ar", "Ns",
                                                "Po", "Pc", "Sm", "No", "|"};
   Words words;
-  Words source = split(line);
+  Words source = Tried::words(line);
   for (size_t i = 0; i < source.size(); ++i) {
     std::string word = source[i].starts_with('.') ? source[i].substr(1) : source[i];
     if (word == "Fl" && i + 1 < source.size()) {
@@ -185,7 +173,7 @@ TEST(HcxadmHabits, EachCommandHasExamplesInItsHelpAndOnItsPage) {
       for (size_t depth = 1; depth <= command.path.size(); ++depth) {
         Words args(command.path.begin(), command.path.begin() + static_cast<ptrdiff_t>(depth));
         args.push_back("--help");
-        EXPECT_NE(run(args).out.find(example.line), std::string::npos)
+        EXPECT_NE(Tried(args).out.find(example.line), std::string::npos)
             << joined(args) << ": " << example.line;
       }
       EXPECT_NE(read_page("hcxadm-" + command.path[0] + ".8").text.find(example.line), std::string::npos)
