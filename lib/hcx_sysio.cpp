@@ -224,6 +224,8 @@ Machine &machine() {
 int list_sorted(const char *path, const char *prefix, std::vector<std::string> &names) {
   int rc = machine().list(path, prefix, names);
   std::sort(names.begin(), names.end());
+  // A directory that changes while it is read may give a name twice.
+  names.erase(std::unique(names.begin(), names.end()), names.end());
   return rc;
 }
 
