@@ -49,6 +49,11 @@ class BoardTest : public ::testing::Test {
     }
   }
 
+  // A call's result, and the line in the log that says why.
+  void expect_told(int64_t result, int64_t expected, const std::string &line) {
+    EXPECT_EQ(result, expected) << line;
+    EXPECT_TRUE(m.logged(line)) << line;
+  }
   // Fails the first, second, ... call of the machine until `call` is through, once and then for good: whatever it
   // returns, nothing is left, and it works again without the fault.
   template <class Call>

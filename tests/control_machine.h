@@ -46,6 +46,11 @@ class ControlTest : public ::testing::Test {
       out.push_back(request.command);
     return out;
   }
+  // A call's result, and the line in the log that says why.
+  void expect_told(int64_t result, int64_t expected, const std::string &line) {
+    EXPECT_EQ(result, expected) << line;
+    EXPECT_TRUE(machine.logged(line)) << line;
+  }
   // Nothing that a call takes for its own time is left: descriptors, file locks, host locks.
   void expect_nothing_held() {
     EXPECT_EQ(machine.open_fds(), kept_open_);

@@ -159,8 +159,7 @@ TEST_F(CtElsTest, RnidAsksForGeneralTopology) {
   EXPECT_EQ(to_hex(seen.data_out), "78000000df000000");
   EXPECT_EQ(seen.command, 0x78u);
   EXPECT_EQ(SendRNID(0, &name, 1, response, &size), 1u);  // a node name is no port name
-  EXPECT_EQ(SendRNID(0, &name, 2, response, &size), 1u);
-  EXPECT_TRUE(m.logged("SendRNID - board 0 wwntype 2 not node 0 or port 1"));
+  expect_told(SendRNID(0, &name, 2, response, &size), 1, "SendRNID - board 0 wwntype 2 not node 0 or port 1");
   EXPECT_EQ(SendRNID(0, nullptr, 0, response, &size), 1u);
   EXPECT_EQ(SendRNID(0, &name, 0, response, nullptr), 1u);
   EXPECT_TRUE(m.requests().empty());
@@ -177,39 +176,9 @@ TEST_F(CtElsTest, OwnIdentificationKeepsTheCallersFields) {
   EXPECT_EQ(info.TopologyDiscoveryFlags, 0u);
   EXPECT_EQ(info.IPVersion, 0xEEEEu);
   EXPECT_EQ(to_hex(bytes_of(info.IPAddress, 16)), "eeeeeeeeeeeeeeeeeeeeeeeeeeeeeeee");
-  EXPECT_EQ(GetRNIDMgmtInfo(9, &info), 1u);
-  EXPECT_TRUE(m.logged("GetRNIDMgmtInfo - no host on board 9"));
+  expect_told(GetRNIDMgmtInfo(9, &info), 1, "GetRNIDMgmtInfo - no host on board 9");
   EXPECT_EQ(GetRNIDMgmtInfo(0, nullptr), 1u);
   EXPECT_EQ(SetRNIDMgmtInfo(0, nullptr), 0u);
-}
-
-TEST_F(CtElsTest, FaultsLeaveNothingBehind) {
-  m.bsg().on_ct([](sim::BsgCall &call) { call.data_in = "answer"; });
-  m.bsg().on_els([](sim::BsgCall &call) { call.data_in = "answer"; });
-  uint8_t request[20] = {0x10}, response[32];
-  DestID dest = {1, 0x010203, wwn(0)};
-  HBA_WWN name = wwn(target_name);
-  const auto ct = [&] {
-    uint32_t size = sizeof response;
-    return SendCTPassThru(0, request, sizeof request, response, &size);
-  };
-  const auto els = [&] {
-    uint32_t size = sizeof response;
-    return HCX_SendELSCmd(0, &dest, request, sizeof request, response, &size);
-  };
-  const auto rnid = [&] {
-    uint32_t size = sizeof response;
-    return SendRNID(0, &name, 1, response, &size);
-  };
-  const auto failed = [](uint32_t rc) { return rc != 0; };
-  sweep_memory(ct, failed);
-  sweep_memory(els, failed);
-  sweep_memory(rnid, failed);
-  sweep_faults(ct);
-  sweep_faults(els);
-  sweep_faults(rnid);
-  m.bsg().on_els([](sim::BsgCall &call) { call.result = -ENODEV; });
-  EXPECT_EQ(els(), static_cast<uint32_t>(-1));
 }
 
 }  // namespace

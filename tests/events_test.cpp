@@ -83,9 +83,12 @@ void on_ct(uint32_t board, void *request, uint32_t length, uint32_t tag, uint32_
             " sent " + std::to_string(sent));
 }
 
-uint32_t add(uint32_t board, uint32_t mask, Callback func, uint32_t outsz = 0, uint32_t type = 0) {
-  return HCX_RegisterForEvent(board, mask, type, outsz, func, nullptr);
+template <class Function>
+uint32_t add(uint32_t board, uint32_t mask, Function func, uint32_t outsz = 0, uint32_t type = 0) {
+  return HCX_RegisterForEvent(board, mask, type, outsz, reinterpret_cast<Callback>(func), nullptr);
 }
+
+const std::vector<std::string> link_up = {"link 0 state 6 did 66048"};
 
 class EventTest : public BoardTest {
  protected:
@@ -112,6 +115,9 @@ class EventTest : public BoardTest {
       std::this_thread::sleep_for(1ms);
     }
     return false;
+  }
+  static uint32_t register_ct() {
+    return RegisterForCTEvents(0, 0xfa, reinterpret_cast<Callback>(on_ct), nullptr, nullptr);
   }
   uint32_t posted() {
     const EventLock lock;
@@ -168,29 +174,28 @@ TEST_F(EventTest, BufferReportsFourKinds) {
   EXPECT_EQ(memcmp(events, expected, sizeof expected), 0);
   EXPECT_EQ(GetEventBuffer(9, events, &count), 1u);
   EXPECT_EQ(GetEventBuffer(0, nullptr, &count), 4u);
-  EXPECT_EQ(GetEventBuffer(0, events, nullptr), 4u);
-  EXPECT_TRUE(m.logged("GetEventBuffer - no host on board 9"));
+  expect_told(GetEventBuffer(0, events, nullptr), 4, "GetEventBuffer - no host on board 9");
 }
 
 TEST_F(EventTest, EachKindCallsInItsShape) {
   ASSERT_EQ(net_link_init(), 0);
   sim::Host &vport = three->add_vport({.wwpn = 0x20000000000000aa, .host_number = 20});
-  const uint32_t both = add(0, 0x3, reinterpret_cast<Callback>(on_link));
+  const uint32_t both = add(0, 0x3, on_link);
   EXPECT_EQ(both, 1u);
   m.events().link_down(*three);
   m.events().link_up(*three);
   ASSERT_EQ(calls.wait(2).size(), 2u);  // what waits for a registration goes with it
   HCX_unRegisterForEvent(0, 0);
-  add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 6);
-  add(0, 0x40, reinterpret_cast<Callback>(on_vport_rscn), 64);
-  add(0, 0x10, reinterpret_cast<Callback>(on_dump), 3);
-  add(0, 0x20, reinterpret_cast<Callback>(on_temperature));
+  add(0, 0x2, on_rscn, 6);
+  add(0, 0x40, on_vport_rscn, 64);
+  add(0, 0x10, on_dump, 3);
+  add(0, 0x20, on_temperature);
   m.events().rscn(*three, {0x010500});
   m.events().rscn(vport, {0x010600});
   m.events().dump(*three);
   m.events().temperature(*three, 2, 71);
   const std::vector<std::string> expected = {"link 0 state 1 did 66048",
-                                             "link 0 state 6 did 66048",
+                                             link_up[0],
                                              "rscn 0 610400080001 6",
                                              "vport 0 20000000000000aa 6104000800010600",
                                              "dump 0 000000",
@@ -200,7 +205,7 @@ TEST_F(EventTest, EachKindCallsInItsShape) {
 
 TEST_F(EventTest, ShortAndStrangeMessagesAreDropped) {
   ASSERT_EQ(net_link_init(), 0);
-  add(0, 0x33, reinterpret_cast<Callback>(on_temperature), 8);
+  add(0, 0x33, on_temperature, 8);
   const std::string good =
       m.events().message(3, 1, 0xffff, sim::native_word(32) + sim::native_word(1) + sim::native_word(2));
   auto with = [&](size_t at, char value) {
@@ -232,14 +237,14 @@ TEST_F(EventTest, ShortAndStrangeMessagesAreDropped) {
 
 TEST_F(EventTest, RscnLengthIsBoundedByTheEvent) {
   uint32_t data[] = {2, 1000, 0x01020304};
-  add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 4096);
+  add(0, 0x2, on_rscn, 4096);
   signal_async_event_handler(3, 1, 0xffff, data, sizeof data);
   EXPECT_EQ(calls.lines, std::vector<std::string>{"rscn 0 " + hex(&data[2], 4) + " 4"});
   signal_async_event_handler(3, 1, 0xffff, nullptr, 4);
 }
 
 TEST_F(EventTest, IdsNameOneRegistration) {
-  const auto link = reinterpret_cast<Callback>(on_link);
+  const auto link = on_link;
   for (uint32_t id = 1; id <= 5; ++id)
     EXPECT_EQ(add(0, 1, link), id);
   EXPECT_EQ(HCX_unRegisterForEvent(0, 3), 1u);
@@ -262,7 +267,7 @@ TEST_F(EventTest, IdsNameOneRegistration) {
   EXPECT_EQ(add(32, 1, link), 0u);
   EXPECT_EQ(add(UINT32_MAX, 1, link), 0u);
   EXPECT_EQ(add(0, 0x8, link), 0u);
-  EXPECT_EQ(add(0, 1, nullptr), 0u);
+  EXPECT_EQ(HCX_RegisterForEvent(0, 1, 0, 0, nullptr, nullptr), 0u);
   EXPECT_EQ(add(1, 0x20, link), 0u) << "no sensor";
   uint32_t zero = 0;
   EXPECT_EQ(unRegisterForCTEvent(0, &zero), 250u);
@@ -270,7 +275,7 @@ TEST_F(EventTest, IdsNameOneRegistration) {
 
 TEST_F(EventTest, CtRequestsComeThroughAChild) {
   ASSERT_EQ(net_link_init(), 0);
-  uint32_t id = RegisterForCTEvents(0, 0xfa, reinterpret_cast<Callback>(on_ct), nullptr, nullptr);
+  uint32_t id = register_ct();
   ASSERT_EQ(id, 1u);
   EXPECT_EQ(m.processes().count(), 1u);
   m.events().ct(*three, 0xfb, "no");
@@ -284,7 +289,7 @@ TEST_F(EventTest, CtRequestsComeThroughAChild) {
 
 TEST_F(EventTest, CtRegistrationsGoAsAWhole) {
   ASSERT_EQ(net_link_init(), 0);
-  const auto ct = reinterpret_cast<Callback>(on_ct);
+  const auto ct = on_ct;
   // On three boards, one child each; then eight on one, and a ninth.
   const uint32_t all = add(0, 0x84, ct, 16, 0xfa);
   EXPECT_EQ(all, 1u);
@@ -302,8 +307,7 @@ TEST_F(EventTest, CtRegistrationsGoAsAWhole) {
   EXPECT_EQ(calls.wait(3).back(), "both");
   for (uint32_t id = 2; id <= 8; ++id)
     EXPECT_EQ(add(0, 4, ct, 16, 0xfb), id);
-  EXPECT_EQ(add(0, 4, ct, 16, 0xfb), 0u);
-  EXPECT_TRUE(m.logged("max events already registered"));
+  expect_told(add(0, 4, ct, 16, 0xfb), 0, "max events already registered");
   EXPECT_EQ(add(0, 0x84, ct, 16, 0xfb), 0u);
   EXPECT_EQ(m.processes().count(), 8u) << "nothing left of calls that failed";
   // More than there is room for, and a child whose parent has gone.
@@ -314,40 +318,6 @@ TEST_F(EventTest, CtRegistrationsGoAsAWhole) {
   m.processes().orphan(static_cast<int>(hcx_RegEvent[0][0].e_pid));
   EXPECT_EQ(HCX_unRegisterForEvent(0, small), 1u);
   EXPECT_EQ(m.processes().count(), 0u);
-}
-
-TEST_F(EventTest, StrayAndForwardedSignalsHarmNobody) {
-  ASSERT_EQ(net_link_init(), 0);
-  kill(getpid(), SIGUSR1);
-  settle();
-  add(0, 1, reinterpret_cast<Callback>(on_link));
-  for (int i = 0; i < 100; ++i)
-    kill(getpid(), SIGUSR1);
-  m.events().link_up(*three);
-  EXPECT_EQ(calls.wait(1).size(), 1u);
-  // The library stops and starts; the registration stays and is served.
-  net_link_exit();
-  ASSERT_EQ(net_link_init(), 0);
-  m.events().link_up(*three);
-  EXPECT_EQ(calls.wait(2).size(), 2u);
-}
-
-TEST_F(EventTest, CallbacksMayUnregisterThemselvesAndStopTheListener) {
-  ASSERT_EQ(net_link_init(), 0);
-  add(
-      0, 1, +[]() {
-        EXPECT_EQ(HCX_unRegisterForEvent(0, 0), 1u);
-        EXPECT_EQ(HCX_RegisterForEvent(0, 1, 0, 0, reinterpret_cast<Callback>(on_link), nullptr), 1u);
-        net_link_exit();
-        calls.add("stopped");
-      });
-  m.events().link_up(*three);
-  EXPECT_EQ(calls.wait(1), std::vector<std::string>{"stopped"});
-  EXPECT_TRUE(soon([&] { return m.netlink().sockets() == 0; }));
-  // The next listener serves the registration that the callback made.
-  ASSERT_EQ(net_link_init(), 0);
-  m.events().link_up(*three);
-  EXPECT_EQ(calls.wait(2).back(), "link 0 state 6 did 66048");
 }
 
 // A callback may end the library altogether; what was registered is served after the next start.
@@ -369,9 +339,9 @@ TEST_F(EventTest, CallbackMayTearTheLibraryDown) {
   HCX_unRegisterForEvent(0, 0);
   calls.lines.clear();
   ASSERT_EQ(HCX_InitDiagEnv(boards, 4), 3u);
-  add(0, 1, reinterpret_cast<Callback>(on_link));
+  add(0, 1, on_link);
   m.events().link_up(*three);
-  EXPECT_EQ(calls.wait(1), std::vector<std::string>{"link 0 state 6 did 66048"});
+  EXPECT_EQ(calls.wait(1), link_up);
   HCX_unRegisterForEvent(0, 0);
   HCX_FreeDiagEnv();
 }
@@ -421,6 +391,8 @@ TEST_F(EventTest, StopIsBoundedThoughACallbackHangs) {
 TEST_F(EventTest, CallbacksRunInTheListenerOnly) {
   static std::atomic<pthread_t> caller;
   ASSERT_EQ(net_link_init(), 0);
+  kill(getpid(), SIGUSR1);  // a stray one, before anybody is registered
+  settle();
   add(
       0, 1, +[]() { caller = pthread_self(); });
   m.events().link_up(*three);
@@ -443,7 +415,7 @@ TEST_F(EventTest, CallbacksRunInTheListenerOnly) {
 
 // A sweep that finds another at it leaves its work to that one, which goes round once more.
 TEST_F(EventTest, BusySweepsCountTheSignalsTheyMiss) {
-  add(0, 1, reinterpret_cast<Callback>(on_link));
+  add(0, 1, on_link);
   hcx_eh_busy = hcx_sgio_eh_busy = 1;
   uint32_t data = 0;
   signal_async_event_handler(3, 1, VOSKH_EVT_LINKUP, &data, 4);
@@ -456,7 +428,7 @@ TEST_F(EventTest, BusySweepsCountTheSignalsTheyMiss) {
     EXPECT_TRUE(m.logged(std::string(caller) + " - busy sig 10 pid " + std::to_string(getpid()))) << caller;
   hcx_eh_busy = hcx_sgio_eh_busy = 0;
   EventHandler(SIGUSR1);
-  EXPECT_EQ(calls.lines, std::vector<std::string>{"link 0 state 6 did 66048"});
+  EXPECT_EQ(calls.lines, link_up);
   EXPECT_TRUE(m.logged("EventHandlerBSG - retrying missed 1 signals"));
   EXPECT_EQ(hcx_eh_busy + hcx_miss_sig + hcx_sgio_eh_busy + hcx_sgio_miss_sig, 0u);
 }
@@ -466,6 +438,7 @@ TEST_F(EventTest, TwoMayStopTheListenerAtOnce) {
   ASSERT_EQ(net_link_init(), 0);
   add(
       0, 1, +[]() {
+        EXPECT_EQ(HCX_unRegisterForEvent(0, 0), 1u) << "itself";
         calls.add("called");
         while (std::atomic_ref<int>(ctxt.thread_running).load() >= 0)
           std::this_thread::yield();
@@ -485,7 +458,7 @@ std::atomic<int> signals_seen{0};
 // The child's signal has gone by while the library was stopped. At the next start the boards have no numbers yet when
 // the listener begins; the request is fetched once they have.
 TEST_F(EventTest, CtRequestsWaitForTheNumbersOfTheBoards) {
-  ASSERT_NE(RegisterForCTEvents(0, 0xfa, reinterpret_cast<Callback>(on_ct), nullptr, nullptr), 0u);
+  ASSERT_NE(register_ct(), 0u);
   HCX_FreeDiagEnv();
   signal(SIGUSR1, [](int) { ++signals_seen; });
   m.events().ct(*three, 0xfa, "\x07");
@@ -503,7 +476,7 @@ TEST_F(EventTest, CtRequestsWaitForTheNumbersOfTheBoards) {
 
 // A forked copy of the process has the registration, but the child and what it waits for are not its own.
 TEST_F(EventTest, CtRequestsOfAnotherProcessAreLeftToIt) {
-  ASSERT_NE(RegisterForCTEvents(0, 0xfa, reinterpret_cast<Callback>(on_ct), nullptr, nullptr), 0u);
+  ASSERT_NE(register_ct(), 0u);
   RegEvent &record = hcx_RegEvent[0][0];
   const uint32_t owner = std::exchange(record.e_pad, 1);
   signal(SIGUSR1, [](int) { ++signals_seen; });
@@ -519,8 +492,8 @@ TEST_F(EventTest, CtRequestsOfAnotherProcessAreLeftToIt) {
 // An RSCN of a virtual port whose name can no longer be read comes in the shape of virtual ports all the same.
 TEST_F(EventTest, VirtualPortsKeepTheirShapeWithoutName) {
   sim::Host &vport = three->add_vport({.wwpn = 0x20000000000000aa, .host_number = 20});
-  add(0, 0x40, reinterpret_cast<Callback>(on_vport_rscn), 64);
-  add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 64);
+  add(0, 0x40, on_vport_rscn, 64);
+  add(0, 0x2, on_rscn, 64);
   vport.set_fc("port_name", "");
   uint32_t data[] = {2, 4, 0};
   memcpy(&data[2], "\x61\x04\x00\x04", 4);
@@ -537,18 +510,14 @@ TEST_F(EventTest, EveryKindHasOneWay) {
     const char *log;
     uint32_t calls;
   } rows[] = {
-      {1, 0, "host_no 3 event x00000001 not handled", 0},
-      {2, 0, "host_no 3 link up event", 1},
-      {3, 0, "host_no 3 link down event", 1},
-      {5, 0, "host_no 3 event x00000005 not handled", 0},
-      {0xffff, 0x1, "host_no 3 san diag event", 0},
-      {0xffff, 0x4, "host_no 3 san diag event", 0},
-      {0xffff, 0x40, "host_no 3 san diag event", 0},
-      {0xffff, 0x100, "host_no 3 san diag event", 0},
-      {0xffff, 0x800, "host_no 3 san diag event", 0},
-      {0xffff, 16, nullptr, 1},
-      {0xffff, 32, nullptr, 1},
-      {0xffff, 2, nullptr, 1},
+      {1, 0, "event x00000001 not handled", 0},
+      {2, 0, "link up event", 1},
+      {3, 0, "link down event", 1},
+      {5, 0, "event x00000005 not handled", 0},
+      {0xffff, 0x1, "san diag event", 0},
+      {0xffff, 0x800, "san diag event", 0},
+      {0xffff, 16, "", 1},
+      {0xffff, 32, "", 1},
   };
   static std::atomic<uint32_t> count;
   add(
@@ -559,15 +528,14 @@ TEST_F(EventTest, EveryKindHasOneWay) {
     m.clear_records();
     signal_async_event_handler(3, 1, row.code, data, sizeof data);
     EXPECT_EQ(count, row.calls) << row.code << " " << row.kind;
-    if (row.log) {
-      EXPECT_TRUE(m.logged(std::string("signal_async_event_handler - ") + row.log)) << row.log;
-    }
+    EXPECT_TRUE(!*row.log || m.logged(std::string("signal_async_event_handler - host_no 3 ") + row.log))
+        << row.log;
   }
 }
 
 TEST_F(EventTest, WithoutMemoryOnlyTheRegistrationConcernedLosesTheEvent) {
-  add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 64);
-  add(0, 0x2, reinterpret_cast<Callback>(on_rscn), 64);
+  add(0, 0x2, on_rscn, 64);
+  add(0, 0x2, on_rscn, 64);
   uint32_t data[] = {2, 4, 0};
   // Node and payload of the first, then of the second.
   for (int nth = 1; nth <= 4; ++nth) {
@@ -577,28 +545,28 @@ TEST_F(EventTest, WithoutMemoryOnlyTheRegistrationConcernedLosesTheEvent) {
     EXPECT_TRUE(alloc_fault::take_hit());
     EXPECT_EQ(calls.lines.size(), 1u) << nth;
   }
-  EXPECT_TRUE(m.logged("could not allocate RSCN buffer of 4 size"));
-  EXPECT_TRUE(m.logged("brd 0 could not allocate host event memory"));
   alloc_fault::fail_nth(1);
-  EXPECT_EQ(add(0, 0x10, reinterpret_cast<Callback>(on_dump), 8), 0u);
+  EXPECT_EQ(add(0, 0x10, on_dump, 8), 0u);
   EXPECT_TRUE(alloc_fault::take_hit());
-  EXPECT_TRUE(m.logged("netlink_register_for_event - pid "));
   // A function that wants an output area is not called without one.
   HCX_unRegisterForEvent(0, 0);
-  add(0, 0x10, reinterpret_cast<Callback>(on_dump), 8);
+  add(0, 0x10, on_dump, 8);
   calls.lines.clear();
   uint32_t dump = 16;
-  for (const bool fails : {true, false}) {
+  for (const int fails : {2, 0}) {
     {
       const EventLock lock;
       free(std::exchange(hcx_RegEvent[0][0].e_out, nullptr));
     }
-    alloc_fault::fail_nth(fails ? 2 : 0);
+    alloc_fault::fail_nth(fails);
     signal_async_event_handler(3, 1, 0xffff, &dump, sizeof dump);
-    EXPECT_EQ(alloc_fault::take_hit(), fails);
+    EXPECT_EQ(alloc_fault::take_hit(), fails != 0);
   }
   EXPECT_EQ(calls.lines, std::vector<std::string>{"dump 0 0000000000000000"});
-  EXPECT_TRUE(m.logged("EventHandler - out of memory board 0 event 1"));
+  for (const char *line :
+       {"could not allocate RSCN buffer of 4 size", "brd 0 could not allocate host event memory",
+        "netlink_register_for_event - pid ", "EventHandler - out of memory board 0 event 1"})
+    EXPECT_TRUE(m.logged(line)) << line;
 }
 
 TEST_F(EventTest, BurstLargerThanTheBufferIsCounted) {
@@ -617,18 +585,16 @@ TEST_F(EventTest, BurstLargerThanTheBufferIsCounted) {
 }
 
 TEST_F(EventTest, StartFailuresLeaveNothing) {
-  for (const sim::Verb verb : {sim::Verb::netlink_alloc, sim::Verb::netlink_connect}) {
+  for (const auto &[verb, line] : {std::pair{sim::Verb::netlink_alloc, "Failed to allocate nl_handle"},
+                                   {sim::Verb::netlink_connect, "nl_connect failed"}}) {
     m.fail({.verb = verb});
-    EXPECT_EQ(net_link_init(), -1);
-    m.clear_faults();
+    expect_told(net_link_init(), -1, line);
     EXPECT_EQ(ctxt.handle, nullptr);
     EXPECT_EQ(m.netlink().sockets(), 0u);
+    m.clear_faults();
   }
-  EXPECT_TRUE(m.logged("Failed to allocate nl_handle"));
-  EXPECT_TRUE(m.logged("nl_connect failed"));
   m.fail({.verb = sim::Verb::spawn});
-  EXPECT_EQ(RegisterForCTEvents(0, 0xfa, reinterpret_cast<Callback>(on_ct), nullptr, nullptr), 0u);
-  EXPECT_TRUE(m.logged("fork failed"));
+  expect_told(register_ct(), 0, "fork failed");
 }
 
 size_t entries_of(const char *directory) {
@@ -660,7 +626,7 @@ TEST_F(EventTest, ConcurrencyStartAndStop) {
 TEST_F(EventTest, ConcurrencyResetsBringLinkEvents) {
   alarm(100);
   ASSERT_EQ(net_link_init(), 0);
-  ASSERT_NE(add(0, 0x1, reinterpret_cast<Callback>(on_link)), 0u);
+  ASSERT_NE(add(0, 0x1, on_link), 0u);
   const auto bounce = [&](const std::string &) {
     m.events().link_down(*three);
     m.events().link_up(*three);
@@ -679,13 +645,14 @@ TEST_F(EventTest, ConcurrencyResetsBringLinkEvents) {
 std::atomic<uint32_t> temperatures{0};
 
 TEST_F(EventTest, ConcurrencyStress) {
-  constexpr uint32_t events = 100000;
+  constexpr uint32_t events = 30000;
   alarm(100);  // the watchdog: a deadlock ends the test, not the suite
   m.vfs().put_text("/tmp/libhcx_syslog_enable", "0\n", 0644);
   libhcx_syslog_enable(0);
   ASSERT_EQ(net_link_init(), 0);
   temperatures = 0;
-  add(0, 0x20, reinterpret_cast<Callback>(+[](uint32_t, uint32_t, uint32_t) { ++temperatures; }));
+  add(
+      0, 0x20, +[](uint32_t, uint32_t, uint32_t) { ++temperatures; });
   m.netlink().buffer = size_t{1} << 30;
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
@@ -702,7 +669,8 @@ TEST_F(EventTest, ConcurrencyStress) {
     });
   threads.emplace_back([&] {
     while (!done) {
-      const uint32_t id = add(0, 0x20, reinterpret_cast<Callback>(+[](uint32_t, uint32_t, uint32_t) {}));
+      const uint32_t id = add(
+          0, 0x20, +[](uint32_t, uint32_t, uint32_t) {});
       EXPECT_NE(id, 0u);
       HCX_unRegisterForEvent(0, id);
     }

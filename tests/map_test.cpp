@@ -50,8 +50,7 @@ TEST_F(Mapping, FillsTheRoomAndCountsTheRest) {
   }
   scan();
   HBA_FCPTARGETMAPPING *mapping = v1(4);
-  EXPECT_EQ(GetFcpTargetMapping(0, mapping), 7u);
-  EXPECT_TRUE(m.logged("GetFcpTargetMapping - more data on board 0"));
+  expect_told(GetFcpTargetMapping(0, mapping), 7, "GetFcpTargetMapping - more data on board 0");
   EXPECT_EQ(mapping->NumberOfEntries, 6u);
   EXPECT_TRUE(untouched(mapping->entry[4]));
 
@@ -191,17 +190,6 @@ TEST_F(Mapping, IdentifiedMappingChecksThePortName) {
   EXPECT_STREQ(mapping->entry[2].ScsiId.OSDeviceName, "/dev/sdc");
   EXPECT_EQ(bytes_of(&mapping->entry[2].LUID, 4), std::string("\1\3\0\x8", 4));
   EXPECT_TRUE(untouched(mapping->entry[3]));
-}
-
-TEST_F(Mapping, FaultsLeaveNothingBehind) {
-  host->add_rport({.wwpn = kTarget}).add_lun({});
-  scan();
-  HBA_FCPTARGETMAPPINGV2 *mapping = v2(1);
-  sweep_faults([&] {
-    mapping->NumberOfEntries = 1;
-    const uint32_t result = HCX_GetFcpTargetMappingV2(0, wwn(kWwpn), mapping);
-    return std::make_pair(result, bytes_of(mapping->entry[0].LUID.buffer, 12));
-  });
 }
 
 TEST_F(Mapping, OnePassOverThousandsOfLuns) {

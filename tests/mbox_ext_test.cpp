@@ -269,7 +269,6 @@ TEST_F(MboxExtTest, FaultsLeaveNothingBehind) {
       return IssueExtendedSLIConfig(sli4, block(), mode, MAILBOX_NONEMBEDDED, words);
     };
     sweep_driver(7, issue, [](uint32_t rc) { return rc != 0; });
-    sweep_faults(issue);
   }
   separate({8});
   m.fail({.verb = sim::Verb::lock, .error = EIO});

@@ -127,6 +127,13 @@ TEST_F(SimAdapter, WritesRegionsAndRefusesBadOnes) {
   EXPECT_EQ(sim::flash_region(sli4, 30), image);
 }
 
+TEST_F(SimAdapter, AnswersTheManagementRevision) {
+  m.driver_version(1, 5);
+  EXPECT_EQ(exchange(m, sli4.bsg_path(), vendor_request({6, 0, 0}), "", 0).reply, words({1, 5}));
+  EXPECT_EQ(exchange(m, sli4.bsg_path(), vendor_request({11, 0, 0}), "", 0).result, -EINVAL);
+  EXPECT_EQ(m.requests().front().command, 6u);
+}
+
 TEST_F(SimAdapter, IsBusyAsOftenAsTold) {
   sim::mailbox(sli4).busy = 2;
   EXPECT_EQ(word(mailbox(sli4, {0x00001100}), 0), 0x00fd1100u);

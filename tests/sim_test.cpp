@@ -3,8 +3,6 @@
 // two machines on one folder share.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/bsg.h>
-#include <scsi/sg.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -188,36 +186,6 @@ TEST(SimLocks, BlockUntilTheHolderLetsGo) {
   EXPECT_EQ(m.held_locks(), 1u);
   m.close(second);
   EXPECT_EQ(m.held_locks(), 0u);
-}
-
-TEST(SimBsg, AnswersTheManagementRevision) {
-  sim::Machine m;
-  m.driver_version(1, 5);
-  sim::Host &host = m.add_host({.number = 3});
-  uint32_t request[6] = {0x800000ff, 0, 0, 6, 0, 0};
-  const uint64_t vendor = 0x0100000000001d5a;
-  std::memcpy(&request[1], &vendor, sizeof vendor);
-  uint32_t reply[6] = {0, 24, 0, 0, 0, 0};
-  sg_io_v4 header = {};
-  header.guard = 'Q';
-  header.subprotocol = 2;
-  header.request_len = sizeof request;
-  header.request = reinterpret_cast<uintptr_t>(request);
-  header.max_response_len = 16;
-  header.response = reinterpret_cast<uintptr_t>(reply);
-  const int fd = m.open(host.bsg_path().c_str(), O_RDWR, 0);
-  ASSERT_EQ(m.ioctl(fd, SG_IO, &header), 0);
-  EXPECT_EQ(reply[0], 0u);
-  EXPECT_EQ(reply[2], 1u);
-  EXPECT_EQ(reply[3], 5u);
-  request[3] = 11;
-  ASSERT_EQ(m.ioctl(fd, SG_IO, &header), 0);
-  EXPECT_EQ(static_cast<int32_t>(reply[0]), -EINVAL);
-  header.guard = 0;
-  EXPECT_EQ(m.ioctl(fd, SG_IO, &header), -EINVAL);
-  m.close(fd);
-  ASSERT_EQ(m.requests().size(), 2u);
-  EXPECT_EQ(m.requests()[0].command, 6u);
 }
 
 TEST(SimState, IsSharedByTheMachinesOnAFolder) {

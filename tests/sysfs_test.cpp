@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Attributes: number formats, lines and their limits, writes and their errors, the gate and what goes round
-// it, binary attributes, the command lock, driver parameters.
+// Attributes: number formats, words, lines and their limits, writes and their errors, the gate and what goes round it,
+// binary attributes, the command lock, driver parameters.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 
-#include <atomic>
 #include <cstring>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "hcx_util_attr.h"
@@ -18,6 +16,8 @@
 #include "sim_machine.h"
 
 namespace {
+
+using namespace hcx;
 
 constexpr char dir[] = "/sys/class/scsi_host/host3/";
 const std::string in_dir = dir;
@@ -133,14 +133,13 @@ TEST_F(Sysfs, LineLengths) {
 TEST_F(Sysfs, MissingAndUnreadableLinesAreNullAndEmpty) {
   const std::string not_found =
       "hcx_sysfs_read_str - Error did not find file info in /sys/class/scsi_host/host3/";
-  const std::string open_failed = "hcx_sysfs_read_str - Open failed file info in /sys/class/scsi_host/host3/";
   char line[32] = "old";
   EXPECT_EQ(hcx_sysfs_read_str(dir, "info", line, sizeof line), nullptr);
   EXPECT_STREQ(line, "");
   EXPECT_EQ(m.syslog_lines(),
-            (std::vector<std::string>{"hcx_sysfs_read_str() - /sys/class/scsi_host/host3/info", open_failed,
-                                      not_found}));
-
+            (std::vector<std::string>{
+                "hcx_sysfs_read_str() - /sys/class/scsi_host/host3/info",
+                "hcx_sysfs_read_str - Open failed file info in /sys/class/scsi_host/host3/", not_found}));
   put("info", "text\n");
   strcpy(line, "old");
   fail(sim::Verb::read, "info", EIO);
@@ -256,36 +255,32 @@ TEST_F(Sysfs, BinaryAttributesOfAHost) {
   put_binary("slimem", "SLIMEMSLIMEM");
   put_binary("stats", "stats");
   m.vfs().put_binary("/sys/devices/pci0000:00/0000:05:00.0/config", "\x5a\x1d\x10\xf1", 0644, 4);
-  char buff[32] = {};
-  EXPECT_EQ(hcx_host_ctlreg_read(&host, buff, 0, 4), 4u);
-  EXPECT_EQ(std::string(buff, 4), "0123");
-  EXPECT_EQ(hcx_host_ctlreg_read(&host, buff, 12, 8), 4u);
-  EXPECT_EQ(std::string(buff, 4), "cdef");
-  EXPECT_EQ(hcx_host_ctlreg_read(&host, buff, 16, 4), 0u);
-  EXPECT_EQ(hcx_host_ctlreg_read(&host, buff, -4, 4), 0u);
+  char buff[32] = {}, pci_dev[] = "/sys/devices/pci0000:00/0000:05:00.0/";
+  const auto read = [&](auto call, int offset, size_t count) {
+    memset(buff, '#', sizeof buff);
+    return std::string(buff, call(&host, buff, offset, count));
+  };
+  EXPECT_EQ(read(hcx_host_ctlreg_read, 0, 4), "0123");
+  EXPECT_EQ(read(hcx_host_ctlreg_read, 12, 8), "cdef");
+  EXPECT_EQ(read(hcx_host_ctlreg_read, 16, 4), "");
+  EXPECT_EQ(read(hcx_host_ctlreg_read, -4, 4), "");
   EXPECT_EQ(hcx_host_ctlreg_write(&host, "WXYZ", 4, 4), 4u);
   EXPECT_EQ(bytes("ctlreg"), "0123WXYZ89abcdef");
   EXPECT_EQ(hcx_host_slimem_write(&host, "--", 6, 2), 2u);
-  EXPECT_EQ(hcx_host_slimem_read(&host, buff, 4, 6), 6u);
-  EXPECT_EQ(std::string(buff, 6), "EM--IM");
-  EXPECT_EQ(hcx_host_stats_read(&host, buff, 0, sizeof buff), 5u);
-
-  EXPECT_EQ(hcx_host_pcireg_read(&host, buff, 0, 4), 0u);
-  char pci_dev[] = "/sys/devices/pci0000:00/0000:05:00.0/";
+  EXPECT_EQ(read(hcx_host_slimem_read, 4, 6), "EM--IM");
+  EXPECT_EQ(read(hcx_host_stats_read, 0, sizeof buff), "stats");
+  EXPECT_EQ(read(hcx_host_pcireg_read, 0, 4), "");
   host.pci_dev = pci_dev;
-  EXPECT_EQ(hcx_host_pcireg_read(&host, buff, 0, 4), 4u);
-  EXPECT_EQ(memcmp(buff, "\x5a\x1d\x10\xf1", 4), 0);
-
-  EXPECT_EQ(hcx_host_ctlreg_read(&host, nullptr, 0, 4), 0u);
-  EXPECT_EQ(hcx_host_ctlreg_write(nullptr, buff, 0, 4), 0u);
-  EXPECT_EQ(hcx_host_slimem_read(nullptr, buff, 0, 4), 0u);
-  EXPECT_EQ(hcx_host_stats_read(nullptr, buff, 0, 4), 0u);
-  EXPECT_EQ(hcx_host_pcireg_read(nullptr, buff, 0, 4), 0u);
-
+  EXPECT_EQ(read(hcx_host_pcireg_read, 0, 4), "\x5a\x1d\x10\xf1");
+  EXPECT_EQ((std::vector<size_t>{
+                hcx_host_ctlreg_read(&host, nullptr, 0, 4), hcx_host_ctlreg_write(nullptr, buff, 0, 4),
+                hcx_host_slimem_read(nullptr, buff, 0, 4), hcx_host_stats_read(nullptr, buff, 0, 4),
+                hcx_host_pcireg_read(nullptr, buff, 0, 4)}),
+            std::vector<size_t>(5, 0));
   fail(sim::Verb::read, "ctlreg", EIO);
-  EXPECT_EQ(hcx_host_ctlreg_read(&host, buff, 0, 4), 0u);
+  EXPECT_EQ(read(hcx_host_ctlreg_read, 0, 4), "");
   fail(sim::Verb::seek, "ctlreg", EINVAL);
-  EXPECT_EQ(hcx_host_ctlreg_read(&host, buff, 4, 4), 0u);
+  EXPECT_EQ(read(hcx_host_ctlreg_read, 4, 4), "");
   fail(sim::Verb::seek, "ctlreg", EINVAL);
   EXPECT_EQ(hcx_host_ctlreg_write(&host, buff, 4, 4), 0u);
   EXPECT_EQ(m.syslog_lines().back(), "hcx_sysfs_write_binfile - lseek failed");
@@ -309,17 +304,14 @@ TEST_F(Sysfs, CommandAttributesRewindAndUnlock) {
   EXPECT_EQ(hcx_host_mbox_write(fd, "ABC", 0, 3), 3u);  // from the beginning again
   EXPECT_EQ(hcx_host_mbox_write(fd, "xy", 8, 2), 2u);
   EXPECT_EQ(bytes("mbox"), "ABCd....xy......");
-  EXPECT_EQ(hcx_host_mbox_read(fd, buff, 0, 4), 4u);
   EXPECT_EQ(hcx_host_mbox_read(fd, buff, 8, 4), 4u);
   EXPECT_EQ(std::string(buff, 4), "xy..");
   EXPECT_EQ(hcx_sysfs_read_locked_fd(fd, buff, 0, 4), 4u);  // goes on where the last one ended
-  for (const sim::Verb verb : {sim::Verb::seek, sim::Verb::read}) {
+  for (const sim::Verb verb : {sim::Verb::seek, sim::Verb::read, sim::Verb::write}) {
     fail(verb, "mbox", EIO);
-    EXPECT_EQ(hcx_host_mbox_read(fd, buff, 0, 4), 0u);
-  }
-  for (const sim::Verb verb : {sim::Verb::seek, sim::Verb::write}) {
-    fail(verb, "mbox", EIO);
-    EXPECT_EQ(hcx_host_mbox_write(fd, "zz", 0, 2), 0u);
+    EXPECT_EQ(
+        verb == sim::Verb::write ? hcx_host_mbox_write(fd, "zz", 0, 2) : hcx_host_mbox_read(fd, buff, 0, 4),
+        0u);
   }
   m.clear_faults();
   EXPECT_EQ(hcx_sysfs_write_locked_fd(fd, "zz", -1, 2), 0u);
@@ -336,78 +328,47 @@ TEST_F(Sysfs, CommandAttributesRewindAndUnlock) {
   fail(sim::Verb::lock, "tibra", EIO);
   EXPECT_EQ(hcx_host_tibra_unlock(fd), -1);
   EXPECT_EQ(m.open_fds(), 0u);  // closed all the same
-
   fail(sim::Verb::lock, "mbox", ENOLCK);
-  EXPECT_EQ(hcx_host_mbox_lock(&host), -1);
-  EXPECT_EQ(hcx_host_mbox_lock(nullptr), -1);
-  EXPECT_EQ(hcx_host_tibra_lock(nullptr), -1);
-  EXPECT_EQ(hcx_host_mbox_unlock(-1), -1);
-  EXPECT_EQ(hcx_host_mbox_read(-1, buff, 0, 1), 0u);
-  EXPECT_EQ(hcx_host_tibra_write(-1, buff, 0, 1), 0u);
-}
-
-TEST_F(Sysfs, ConcurrentCommandsTakeTurns) {
-  put_binary("mbox", "................");
-  std::atomic<int> inside{0};
-  std::atomic<int> done{0};
-  std::vector<std::thread> threads;
-  threads.reserve(4);
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 50; ++i) {
-        const int fd = hcx_host_mbox_lock(&host);
-        EXPECT_GE(fd, 0);
-        EXPECT_EQ(inside.fetch_add(1), 0);
-        EXPECT_EQ(hcx_host_mbox_write(fd, "w", 0, 1), 1u);
-        std::this_thread::yield();
-        inside.fetch_sub(1);
-        EXPECT_EQ(hcx_host_mbox_unlock(fd), 0);
-        ++done;
-      }
-    });
-  }
-  for (std::thread &thread : threads)
-    thread.join();
-  EXPECT_EQ(done.load(), 200);
+  EXPECT_EQ((std::vector<int>{hcx_host_mbox_lock(&host), hcx_host_mbox_lock(nullptr),
+                              hcx_host_tibra_lock(nullptr), hcx_host_mbox_unlock(-1)}),
+            std::vector<int>(4, -1));
+  EXPECT_EQ(hcx_host_mbox_read(-1, buff, 0, 1) + hcx_host_tibra_write(-1, buff, 0, 1), 0u);
 }
 
 TEST_F(Sysfs, ParameterStyles) {
-  struct Case {
+  // The text, what is read, and what is written for the new value 26; null: not a parameter.
+  const struct {
     const char *text;
-    int result;
     uint32_t value;
-    const char *written;  // for the new value 26, with and without a prefix
-    const char *prefixed;
-  };
-  const Case cases[] = {
-      {"0x10\n", 1, 16, "0x1a\n", "vport 0x1a\n"},
-      {"16\n", 1, 16, "26\n", "vport 26\n"},
-      {"0\n", 1, 0, "26\n", "vport 26\n"},
-      {"0x0\n", 1, 0, "0x1a\n", "vport 0x1a\n"},
-      {"-1\n", 1, 0xffffffff, "26\n", "vport 26\n"},
-      {"4294967295\n", 1, 0xffffffff, "26\n", "vport 26\n"},
-      {"0xffffffff", 1, 0xffffffff, "0x1a\n", "vport 0x1a\n"},
-      {"0xz\n", 1, 0, "26\n", "vport 26\n"},  // the decimal 0 in front of the x
-      {"none\n", 0, 99, "", ""},
-      {"", 0, 99, "", ""},
-  };
-  for (const Case &c : cases) {
-    put("vosk_topology", c.text);
-    std::vector<std::string> stores;
+    const char *written;
+  } rows[] = {{"0x10\n", 16, "0x1a\n"},
+              {"16\n", 16, "26\n"},
+              {"0\n", 0, "26\n"},
+              {"0x0\n", 0, "0x1a\n"},
+              {"-1\n", 0xffffffff, "26\n"},
+              {"4294967295\n", 0xffffffff, "26\n"},
+              {"0xffffffff", 0xffffffff, "0x1a\n"},
+              {"0xz\n", 0, "26\n"},  // the decimal 0 in front of the x
+              {"none\n", 99, nullptr},
+              {"", 99, nullptr}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.text);
+    put("vosk_topology", row.text);
+    std::vector<std::string> stores, expected;
     m.vfs().on_write(in_dir + "vosk_topology", [&](const std::string &text) {
       stores.push_back(text);
       return 0;
     });
     uint32_t value = 99;
-    EXPECT_EQ(hcx_host_param_read(&host, "vosk_topology", &value), c.result) << c.text;
-    EXPECT_EQ(value, c.value) << c.text;
-    value = 99;
-    EXPECT_EQ(hcx_host_param_write(&host, "vosk_topology", 26, &value, nullptr), c.result ? 0 : 1) << c.text;
-    EXPECT_EQ(value, c.value) << c.text;
-    EXPECT_EQ(hcx_host_param_write(&host, "vosk_topology", 26, &value, "vport "), c.result ? 0 : 1) << c.text;
-    EXPECT_EQ(stores,
-              c.result ? (std::vector<std::string>{c.written, c.prefixed}) : std::vector<std::string>{})
-        << c.text;
+    EXPECT_EQ(hcx_host_param_read(&host, "vosk_topology", &value), row.written ? 1 : 0);
+    EXPECT_EQ(value, row.value);
+    for (const char *prefix : {static_cast<const char *>(nullptr), "vport "}) {
+      value = 99;
+      EXPECT_EQ(hcx_host_param_write(&host, "vosk_topology", 26, &value, prefix), row.written ? 0 : 1);
+      EXPECT_EQ(value, row.value);
+      if (row.written) expected.push_back((prefix ? prefix : "") + std::string(row.written));
+    }
+    EXPECT_EQ(stores, expected);
   }
 }
 
@@ -452,15 +413,114 @@ TEST_F(Sysfs, ParameterFailures) {
   EXPECT_EQ(hcx_host_param_write(&host, "vosk_nodev_tmo", 5, nullptr, nullptr), 1);
 }
 
-TEST_F(Sysfs, EnableAuthIsNoOrdinaryParameter) {
-  put("vosk_enable_auth", "0\n");
-  m.clear_records();
-  const uint64_t calls = m.calls(sim::Verb::open);
-  uint32_t value = 99;
-  EXPECT_EQ(hcx_host_param_read(&host, "vosk_enable_auth", &value), 1);
-  EXPECT_EQ(hcx_host_param_write(&host, "vosk_enable_auth", 1, &value, nullptr), 0);
-  EXPECT_EQ(value, 99u);
-  EXPECT_EQ(m.calls(sim::Verb::open), calls);
+const named_const empty_table[] = {{nullptr, 77}};
+
+TEST(Names, WordToNumber) {
+  struct Case {
+    const char *word;
+    const named_const *table;
+    uint32_t value;
+  };
+  const Case cases[] = {
+      {"Online", port_state_names, 2},
+      {"  Online", port_state_names, 2},
+      {"\tOnline\n", port_state_names, 2},
+      {"Online (again)", port_state_names, 2},  // the row is a prefix of the text ...
+      {"Onlin", port_state_names, 1},           // ... never the other way round
+      {"", port_state_names, 1},
+      {nullptr, port_state_names, 1},
+      {"Marginal", port_state_names, 1},
+      {"NPort (fabric via point-to-point)", port_type_names, 5},
+      {"NLPort (fabric via loop)", port_type_names, 6},
+      {"LPort (private loop)", port_type_names, 0x14},
+      {"Point-To-Point (direct nport connection)", port_type_names, 0x15},
+      {"NPIV VPORT", port_type_names, 1},
+      {"Link Up - Ready:\n", link_state_names, 8},
+      {"Link Down - User disabled", link_state_names, 0},
+      {"Fabric Rejected WWN", vport_state_names, 6},
+      {"wwnn (World Wide Node Name)", bind_type_names, 0x400},
+      {"wwnn", bind_type_names, 0},
+      {"fw_reset", reset_type_names, 3},
+      {"error", board_mode_names, 5},
+      {"1", yes_no_names, 1},
+      {"2", yes_no_names, 0},
+      {"Not Negotiated", port_speed_names, 0x8000},
+      {"anything", empty_table, 0},
+      {"anything", nullptr, 0},
+  };
+  for (const Case &c : cases)
+    EXPECT_EQ(str2enum(c.word, c.table), c.value) << (c.word ? c.word : "null");
+}
+
+TEST(Names, NumberToWordWithinTheBuffer) {
+  struct Case {
+    uint32_t value;
+    size_t size;
+    int result;
+    const char *text;
+  };
+  const Case cases[] = {
+      {1, 32, 7, "Unknown"},  // the first of the rows that share the value
+      {6, 32, 8, "Linkdown"}, {6, 9, 8, "Linkdown"}, {6, 8, 7, "Linkdow"},  {6, 2, 1, "L"},
+      {6, 1, 0, ""},          {6, 0, 0, "######"},   {99, 32, 0, "######"},
+  };
+  for (const Case &c : cases) {
+    char text[40] = "######";
+    memset(text + 7, '#', sizeof text - 7);
+    EXPECT_EQ(enum2str(text, c.size, c.value, port_state_names), c.result) << c.value << " in " << c.size;
+    EXPECT_STREQ(text, c.text) << c.value << " in " << c.size;
+    EXPECT_EQ(text[sizeof text - 1], '#');
+  }
+  EXPECT_EQ(enum2str(nullptr, 10, 1, port_state_names), 0);
+}
+
+TEST(Names, WordListToBits) {
+  struct Case {
+    const char *words;
+    char separator;
+    const named_const *table;
+    uint32_t bits;
+  };
+  const Case cases[] = {
+      {"FCP Target, FCP Initiator", ',', rport_role_names, 0x3},
+      {"FCP Target,FCP Initiator,", ',', rport_role_names, 0x3},
+      {" ,, Directory Server", ',', rport_role_names, 0x40},
+      {"Fabric Port, Fabric Controller, Unknown Fabric Entity", ',', rport_role_names, 0x830},
+      {"unknown", ',', rport_role_names, 0},
+      {"Target", ',', rport_role_names, 0},
+      {"", ',', rport_role_names, 0},
+      {nullptr, ',', rport_role_names, 0},
+      {"IP Port", ',', nullptr, 0},
+      {"IP Port, FCP Target", '\0', rport_role_names, 0x4},
+      {"Class 2, Class 3", ',', class_names, 0xc},
+      {"1 Gbit, 10 Gbit, 16 Gbit", ',', port_speed_names, 0x25},
+      {"32 Gbit", ',', port_speed_names, 0},
+  };
+  for (const Case &c : cases) {
+    EXPECT_EQ(str2bitfield(c.words, c.separator, c.table), c.bits) << (c.words ? c.words : "null");
+  }
+}
+
+TEST(Names, BitsToWordListIsCutAtEverySizeWithoutOverrun) {
+  const std::string whole = "FCP Target, FCP Initiator";
+  char text[64];
+  ASSERT_EQ(bitfield2str(text, sizeof text, 0x3, ',', rport_role_names), static_cast<int>(whole.size()));
+  EXPECT_EQ(text, whole);
+  for (size_t size = 1; size <= whole.size() + 1; ++size) {
+    memset(text, '#', sizeof text);
+    EXPECT_EQ(bitfield2str(text, size, 0x3, ',', rport_role_names), static_cast<int>(size - 1)) << size;
+    EXPECT_EQ(strnlen(text, sizeof text), size - 1);
+    EXPECT_EQ(text[size], '#') << size;
+    EXPECT_TRUE(size == 12 || whole.starts_with(text)) << text;
+  }
+  // With room for one character only the separator is left out.
+  bitfield2str(text, 12, 0x3, ',', rport_role_names);
+  EXPECT_STREQ(text, "FCP TargetF");
+  EXPECT_EQ(bitfield2str(text, sizeof text, 0x200, ',', rport_role_names), 0);
+  EXPECT_STREQ(text, "");
+  text[0] = '#';
+  EXPECT_EQ(bitfield2str(text, 0, 0x3, ',', rport_role_names), 0);
+  EXPECT_EQ(text[0], '#');
 }
 
 }  // namespace
