@@ -9,7 +9,7 @@
 #include <set>
 
 #include "designator.h"
-#include "scsi.h"
+#include "sense.h"
 #include "sim_machine.h"
 #include "sim_scsi.h"
 #include "statistics.h"

@@ -4,12 +4,12 @@
 
 #include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 
-#include "board.h"
 #include "status.h"
 
 namespace hcxadm::bytes {
@@ -40,7 +40,7 @@ Bytes parse(const std::vector<std::string> &words) {
                      .name = {},
                      .todo = "give two hexadecimal digits for each byte"});
     for (size_t i = 0; i < figures.size(); i += 2)
-      data.push_back(static_cast<uint8_t>(*parse_number(figures.substr(i, 2), 16)));
+      std::from_chars(&figures[i], &figures[i] + 2, data.emplace_back(), 16);
   }
   return data;
 }

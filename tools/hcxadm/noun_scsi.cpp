@@ -8,6 +8,7 @@
 #include "designator.h"
 #include "nouns.h"
 #include "scsi_command.h"
+#include "sense.h"
 
 namespace hcxadm {
 namespace {
@@ -67,7 +68,7 @@ class Record {
             bool dump = true) {
     const std::string sense = sense_text(result.sense);
     add("sense", "SENSE", Kind::text, sense.empty() ? Value() : Value(sense));
-    if (dump) add("data", "DATA", Kind::nested, hex_string(result.data));
+    if (dump) add("data", "DATA", Kind::nested, bytes::digits(result.data));
     ctx.show(table_, Layout::record);
     if (dump && !ctx.json()) ctx.out << bytes::dump(result.data);
     report_end(ctx, result, tried, board);
@@ -208,7 +209,7 @@ void luns(Context &ctx, const Arguments &args) {
       number |= big_endian(answer.data, at + 2 * level, 2) << (16 * level);
     const std::vector<uint8_t> image(answer.data.begin() + static_cast<ptrdiff_t>(at),
                                      answer.data.begin() + static_cast<ptrdiff_t>(at) + 8);
-    table.rows.push_back({board.number, wwn_value(port.wwpn.wwn), number, "0x" + hex_string(image)});
+    table.rows.push_back({board.number, wwn_value(port.wwpn.wwn), number, "0x" + bytes::digits(image)});
   }
   ctx.show(table);
   report_end(ctx, answer, tried, board);
@@ -364,14 +365,14 @@ void cdb(Context &ctx, const Arguments &args) {
   std::vector<uint8_t> data = sends ? file_bytes(args.file) : std::vector<uint8_t>();
   if (sends && args.in_size) throw usage("data in both directions", "give --in or --out");
   const LunAddress address = find_lun(ctx.boards, args.lun);
-  const std::string tried = "command " + hex_string({bytes[0]}) + " to " + address.text();
+  const std::string tried = "command " + bytes::digits({bytes[0]}) + " to " + address.text();
   const bool safe =
       !sends && std::find(std::begin(harmless), std::end(harmless), bytes[0]) != std::end(harmless);
   if (!safe && !ctx.confirm("send " + tried + " on " + address.board.name())) return;
   const ScsiResult answer = send_command(tried, address, bytes, args.in_size, std::move(data), args.timeout);
   Record record(schema);
   record.add_address(address);
-  record.add("cdb", "CDB", Kind::text, hex_string(bytes));
+  record.add("cdb", "CDB", Kind::text, bytes::digits(bytes));
   record.add("status", "STATUS", Kind::text, scsi_status_name(answer.status));
   record.add("bytes", "BYTES", Kind::number, answer.moved);
   record.show(ctx, answer, tried, address.board);

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A LUN that the user named, and what SCSI answers mean.
+// Remote ports and LUNs that the user named.
 #pragma once
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "board.h"
 
@@ -31,11 +30,5 @@ struct LunAddress {
 LunAddress find_lun(Boards &boards, const LunName &name);
 // A remote port of the board.
 Port find_port(Boards &boards, const Board &board, const std::string &wwpn);
-
-// "illegal request, invalid field in CDB (5/24/00)"; empty without sense data.
-std::string sense_text(const std::vector<uint8_t> &sense);
-// What a device with this peripheral byte is: "disk", "tape", ...
-const char *device_type_name(uint8_t peripheral);
-std::string hex_string(const std::vector<uint8_t> &data);
 
 }  // namespace hcxadm
