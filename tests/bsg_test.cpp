@@ -267,17 +267,6 @@ TEST_F(BsgTest, SwitchedOffNodeIsNeverDescriptorZero) {
   EXPECT_EQ(send_bsg_get_mgmt_rev(&one, &two), -1);
 }
 
-TEST_F(BsgTest, RevisionIsAskedBeforeBoardsHaveNumbers) {
-  for (hcx_host *host = hcx_host_list; host; host = host->next)
-    host->brd_idx = -1;
-  uint32_t major, minor;
-  EXPECT_EQ(GetMgmtRev(&major, &minor), 0u);
-  EXPECT_EQ(only_request().path, "/dev/bsg/fc_host3");
-  EXPECT_EQ(open_voskhcx(), 0u);
-  m.bsg().on_vendor(6, {});
-  expect_told(open_voskhcx(), 1, "open_voskhcx - Could not obtain hcx rev info from driver");
-}
-
 TEST_F(BsgTest, RemotePortsAreFoundByTextOfTheirAttributes) {
   uint8_t name[8];
   hcx::wwn_store(name, target_name);

@@ -61,10 +61,9 @@ TEST_F(DiagInfo, FeaturesFollowTheAdapter) {
     const char *protocol;
     bool info, statistics;
     uint64_t features;
-  } rows[] = {{4, "fc", true, true, 0x1571},  {4, "fcoe", true, true, 0x1371},
-              {3, "fc", true, true, 0x571},   {4, "fc", false, true, 0x171},
-              {3, "fc", true, false, 0x471},  {4, "iscsi", true, true, 0x1571},
-              {4, "fcoe", false, false, 0x71}};
+  } rows[] = {{4, "fc", true, true, 0x1571},    {4, "fcoe", true, true, 0x1371},
+              {3, "fc", true, true, 0x571},     {4, "fc", false, true, 0x171},
+              {4, "iscsi", true, true, 0x1571}, {4, "fcoe", false, false, 0x71}};
   for (const auto &row : rows) {
     sim::Host &host = add_board({.sli = row.sli, .protocol = row.protocol});
     if (!row.info) host.set_scsi("info", "");
@@ -278,10 +277,8 @@ TEST_F(DiagInfo, DumpRegion) {
     const char *line;
   } rows[] = {
       {3, nullptr, 0, 256, 0, 256, nullptr},
-      {3, nullptr, 0, 16, 0, 16, nullptr},
       {3, nullptr, 0, 0, 0, 0, nullptr},
       {3, nullptr, 0, 300, 3, 0, "board 0 buff_len 300 max 256"},
-      {3, nullptr, 1, 16, 4, 16, "board 0 identifier 1 not supported"},
       {3, nullptr, 7, 16, 4, 16, "board 0 identifier 7 not supported"},
       {3, nullptr, 8, 16, 2, 16, "board 0 identifier 8 invalid"},
       {4, nullptr, 0, 16, 2, 16, "board 0 not supported"},

@@ -74,16 +74,6 @@ TEST_F(Discovery, KeepsOurPhysicalPortsByNumber) {
   EXPECT_EQ(first()->brd_idx, -1);
 }
 
-TEST_F(Discovery, ScanOfAFullListOnlySettlesTheLayout) {
-  small();
-  ASSERT_EQ(scan(), 1u);
-  m.add_host({.number = 9});
-  sysfs_ver = SLES9;
-  EXPECT_EQ(scan(), 0u);
-  EXPECT_EQ(sysfs_ver, LK2_6_12);
-  EXPECT_EQ(host_numbers(), std::vector<uint32_t>{3});
-}
-
 TEST_F(Discovery, FillsTheHostRecord) {
   sim::HostSpec spec = {.number = 3, .sli = 4, .if_type = 2, .protocol = "fcoe", .pci = "0000:05:00.1"};
   spec.wwpn = 0x10000000c9000003;

@@ -503,36 +503,6 @@ TEST_F(EventTest, VirtualPortsKeepTheirShapeWithoutName) {
   EXPECT_EQ(calls.lines.size(), 1u);
 }
 
-// Where each event of the driver goes: to the registrations (whose mask), to the diagnostic service, nowhere.
-TEST_F(EventTest, EveryKindHasOneWay) {
-  const struct {
-    uint32_t code, kind;
-    const char *log;
-    uint32_t calls;
-  } rows[] = {
-      {1, 0, "event x00000001 not handled", 0},
-      {2, 0, "link up event", 1},
-      {3, 0, "link down event", 1},
-      {5, 0, "event x00000005 not handled", 0},
-      {0xffff, 0x1, "san diag event", 0},
-      {0xffff, 0x800, "san diag event", 0},
-      {0xffff, 16, "", 1},
-      {0xffff, 32, "", 1},
-  };
-  static std::atomic<uint32_t> count;
-  add(
-      0, 0x33, +[]() { ++count; }, 64);
-  for (const auto &row : rows) {
-    uint32_t data[4] = {row.kind, 4, 0, 0};
-    count = 0;
-    m.clear_records();
-    signal_async_event_handler(3, 1, row.code, data, sizeof data);
-    EXPECT_EQ(count, row.calls) << row.code << " " << row.kind;
-    EXPECT_TRUE(!*row.log || m.logged(std::string("signal_async_event_handler - host_no 3 ") + row.log))
-        << row.log;
-  }
-}
-
 TEST_F(EventTest, WithoutMemoryOnlyTheRegistrationConcernedLosesTheEvent) {
   add(0, 0x2, on_rscn, 64);
   add(0, 0x2, on_rscn, 64);

@@ -140,26 +140,6 @@ TEST_F(LoopbackTest, BridgeFailureEndsTheSetUp) {
   expect_nothing_held();
 }
 
-// A transport that fails at the n-th request: the step is named, the next ones are not tried.
-TEST_F(LoopbackTest, EachBridgeStepCanFail) {
-  machine.add_host({.sli = 3, .pci = "0000:05:00.0", .pci_device = bridged});
-  start();
-  char pci_dev[] = "/sys/devices/pci0000:00/0000:05:00.0/";
-  for (int step = 1; step <= 3; ++step) {
-    // On little-endian processors steps 1 and 3 are mailbox commands, whose internal errors deliberately
-    // pass.
-    if (little_endian && step != 2) continue;
-    SCOPED_TRACE(step);
-    machine.clear_records();
-    machine.fail({.verb = sim::Verb::ioctl, .nth = step});
-    EXPECT_EQ(ConfigTibraLoopback(0, pci_dev), 1U);
-    EXPECT_TRUE(machine.logged("ConfigTibraLoopback - board 0 cmd " + std::to_string(step) + " error rval "));
-    EXPECT_TRUE(machine.delays().empty());
-    machine.clear_faults();
-    expect_nothing_held();
-  }
-}
-
 // The variables go by mailbox on little-endian processors; there the firmware can refuse them.
 TEST_F(LoopbackTest, RefusedVariablesEndTheSetUp) {
   if (!little_endian) GTEST_SKIP() << "the bridge takes them itself";

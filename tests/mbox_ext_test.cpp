@@ -218,14 +218,11 @@ TEST_F(MboxExtTest, PathByOperation) {
               {"write object, no buffers", true, 1, 0xAC, false, 1, none},
               {"read object", true, 1, 0xAB, true, 0, 1},
               {"read object, no buffers", true, 1, 0xAB, false, 0, 0},
-              {"read object list", true, 1, 0xAD, true, 0, 1},
               {"other embedded", true, 1, 0x20, true, 0, 0},
               {"embedded, other system", true, 12, 0xAC, true, 0, 0},
               {"read FCF", false, 12, 8, true, 0, 1},
-              {"add FCF", false, 12, 9, true, 0, 1},
               {"other FCoE", false, 12, 10, true, 1, none},
               {"attributes", false, 1, 0x20, true, 0, 1},
-              {"other attributes", false, 1, 0x79, true, 0, 1},
               {"other common", false, 1, 0x21, true, 1, none},
               {"other system", false, 7, 0x21, true, 0, 1}};
   for (const auto &row : rows) {

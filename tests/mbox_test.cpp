@@ -156,11 +156,8 @@ TEST_F(MboxTest, SizesAreBounded) {
                       {"dump", sli4, dump(3840), 0},
                       {"dump too long", sli4, dump(3841), 1},
                       {"dump overflowing", sli4, dump(0xFFFFFFFF), 1},
-                      {"dump of type 4", sli4, dump(0xFFFFFFFF, 4), 0},
                       {"dump on SLI-3", sli3, dump(0), 0},
                       {"log of nothing", sli4, log(0, in.data()), 1},
-                      {"log", sli4, log(3840, in.data()), 0},
-                      {"log too long", sli4, log(3841, in.data()), 1},
                       {"log without address", sli4, log(16, nullptr), 1},
                       {"diagnostic", sli3, biu(2048, 1792), 0},
                       {"diagnostic too long", sli3, biu(2048, 1793), 1},
@@ -168,10 +165,8 @@ TEST_F(MboxTest, SizesAreBounded) {
                       {"diagnostic without room", sli3, biu(16, 0), 1},
                       {"update", sli4, update(2048, 0), 0},
                       {"update too long", sli4, update(2049, 0), 1},
-                      {"update far too long", sli4, update(0xFFFFFFFC, 0), 1},
                       {"update on SLI-3", sli3, update(2048, 2048), 0},
-                      {"update past the end", sli3, update(2048, 2049), 1},
-                      {"update far off", sli3, update(4, 0xFFFFFFFF), 1}};
+                      {"update past the end", sli3, update(2048, 2049), 1}};
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
     row.build();

@@ -80,23 +80,18 @@ TEST_F(Mmm, ClassAttributes) {
   const PathCase cases[] = {
       {scsi3, "npiv_info", 0, nullptr},
       {scsi3, "s", 6, nullptr},
-      {scsi3, "port", 15, nullptr},
-      {"/sys/class/scsi_host/host12/", "protocol", 26, nullptr},
       {fc3, "port_name", 29, nullptr},
       {"/sys/class/fc_host/host3/statistics/", "tx_frames", 46, nullptr},
       {fc3, "tx_frames", 46, nullptr},
       {"/sys/class/fc_remote_ports/rport-3:0-1/", "roles", 60, nullptr},
       {"/sys/class/fc_remote_ports/rport-3:0-1/statistics/", "port_state", 67, nullptr},
-      {"/sys/class/fc_vports/vport-3:0-0/", "symbolic_name", 70, nullptr},
       {scsi3, "npiv_infos", -1, "directory /sys/class/scsi_host/host3/ or file npiv_infos not found\n"},
-      {fc3, "issue_lip", -1, "directory /sys/class/fc_host/host3/ or file issue_lip not found\n"},
       {"/sys/class/scsi_hosts/host3/", "info", -1,
        "directory /sys/class/scsi_hosts/host3/ or file info not found\n"},
       {"/sys/class/scsi_host/", "info", -1, "directory /sys/class/scsi_host/ or file info not found\n"},
       {"//", "info", -1, "directory // or file info not found\n"},
       {"/sys/class/scsi_host/host3", "info", -1, "missing '/' in dir_name /sys/class/scsi_host/host3\n"},
       {"/", "info", -1, "invalid length dir_len 1 file_len 4\n"},
-      {"", "info", -1, "invalid length dir_len 0 file_len 4\n"},
       {scsi3, "", -1, "invalid length dir_len 27 file_len 0\n"},
       {nullptr, nullptr, -1, "invalid length dir_len 0 file_len 0\n"},
       {long_dir.c_str(), "info", -1, nullptr},
@@ -135,8 +130,7 @@ TEST_F(Mmm, DeviceAttributesAndNodes) {
   };
   check(
       find_sys_device_mmm, "find_sys_device_mmm",
-      {{pci, "irq", 0, nullptr},
-       {"/sys/devices", "device", 1, nullptr},
+      {{"/sys/devices", "device", 1, nullptr},
        {"/sys/device", "config", 3, nullptr},
        {pci, "v", 2, nullptr},
        {pci, "resource", -1, "directory /sys/devices/pci0000:00/0000:05:00.0/ or file resource not found\n"},
@@ -147,7 +141,6 @@ TEST_F(Mmm, DeviceAttributesAndNodes) {
   check(find_bsg_device_mmm, "find_bsg_device_mmm",
         {{"/dev/bsg", "fc_host3", 0, nullptr},
          {"/dev/bsg", "rport-2:0-1", 1, nullptr},
-         {"/dev", "fc_host3", 0, nullptr},
          {"/dev/bsg/", "fc_host3", -1, "directory /dev/bsg/ or file fc_host3 not found\n"},
          {"/dev/bsg", "fc_hos", -1, "sys device path invalid for dir /dev/bsg\n"},
          {"/", "fc_host3", -1, "invalid length dir_len 1 file_len 8\n"},
@@ -157,29 +150,21 @@ TEST_F(Mmm, DeviceAttributesAndNodes) {
 TEST_F(Mmm, EventsAndRequests) {
   struct Case {
     bool event;
-    int code;
-    int detail;
-    int found;
+    int code, detail, found;
     const char *answer;
   };
   const auto vendor = static_cast<int>(0x800000ff);
   const Case cases[] = {
-      {true, 2, 0, 1, "Netlink link up event - supported yes\n"},
       {true, 2, 0x99, 1, "Netlink link up event - supported yes\n"},
       {true, 0x202, 0, 1, "Netlink port online event - supported yes\n"},
-      {true, 1, 0, 0, "code x00000001 eventCode x00000000 not found\n"},
       {true, 0x201, 0, 0, "code x00000201 eventCode x00000000 not found\n"},
       {true, 0xffff, 0x800, 1, "Netlink vendor unique adapter event - supported yes\n"},
-      {true, 0xffff, 0x8, 0, "code x0000ffff eventCode x00000008 not found\n"},
       {true, 0xffff, 0x3, 0, "code x0000ffff eventCode x00000003 not found\n"},
       {true, -1, -1, 0, "code xffffffff eventCode xffffffff not found\n"},
-      {false, 0x40000001, 0, 1, "BSG report ELS - supported yes\n"},
       {false, 0x40000002, 0x77, 1, "BSG send CT command - supported yes\n"},
       {false, vendor, 6, 1, "BSG vendor unique get management rev - supported yes\n"},
       {false, vendor, 0xa, 1, "BSG vendor unique sli4 diag mode end - supported yes\n"},
-      {false, vendor, 0, 0, "code x800000ff command x00000000 not found\n"},
       {false, vendor, 0xb, 0, "code x800000ff command x0000000b not found\n"},
-      {false, vendor, 0xe, 0, "code x800000ff command x0000000e not found\n"},
       {false, 6, vendor, 0, "code x00000006 command x800000ff not found\n"},
   };
   for (const Case &c : cases) {
@@ -247,11 +232,7 @@ TEST_F(Mmm, AVersionBelowAllWindowsSwitchesEverythingOff) {
   m.driver_version(0, 9);
   ASSERT_EQ(get_vosk_management_version(), 1);
   EXPECT_EQ(rows_off().size(), 71u + 4 + 15 + 14 + 2);
-  for (const char *line : {"SysClass index 70", "SysDevices index 3", "Netlink index 14",
-                           "Bsg ioctl index 13", "Bsg device index 1"}) {
-    EXPECT_TRUE(
-        m.logged(std::string("get_vosk_management_version - ") + line + " major not supported, too low\n"));
-  }
+  EXPECT_TRUE(m.logged("get_vosk_management_version - Bsg ioctl index 13 major not supported, too low\n"));
   // The next query cannot even tell a physical port.
   EXPECT_EQ(get_vosk_management_version(), 0);
 }

@@ -203,13 +203,6 @@ TEST_F(NpivCreate, ADriversRefusalLeavesTheChecklist) {
   EXPECT_EQ(create(0x2001000000000001, 1), 0u);
 }
 
-TEST_F(NpivCreate, ANameThatCannotBeSetDoesNotMatter) {
-  start();
-  m.fail({.verb = sim::Verb::write, .path = "symbolic_name", .error = EINVAL});
-  EXPECT_EQ(create(0x2001000000000001, 1, 0, "db1"), 0u);
-  EXPECT_STREQ(record.name, "Quorva PPN-20:01:00:00:00:00:00:01 VPort-1");
-}
-
 TEST_P(NpivCreateBoth, APortThatAppearsLater) {
   start(GetParam(), {.max_vports = 2, .vport_delay = 1});
   EXPECT_EQ(create(0x2001000000000001, 1, 0, "db1"), 6u);

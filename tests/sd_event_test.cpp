@@ -274,15 +274,11 @@ TEST_F(SdEventTest, RegistrationsThatAreRefused) {
     int32_t result;
   } rows[] = {
       {0, 0, 0, 1, SD_ERROR_CATEGORY_NOT_SUPPORTED},
-      {0, 0, 3, 1, SD_ERROR_CATEGORY_NOT_SUPPORTED},
       {0, 0, 32, 1, SD_ERROR_CATEGORY_NOT_SUPPORTED},
       {0, 0, 1, 0, SD_ERROR_SUBCATEGORY_NOT_SUPPORTED},
-      {0, 0, 1, 3, SD_ERROR_SUBCATEGORY_NOT_SUPPORTED},
       {0, 0, 1, 32, SD_ERROR_SUBCATEGORY_NOT_SUPPORTED},
       {0, 0, 2, 8, SD_ERROR_SUBCATEGORY_NOT_SUPPORTED},
       {0, 0, 4, 128, SD_ERROR_SUBCATEGORY_NOT_SUPPORTED},
-      {0, 0, 8, 2, SD_ERROR_SUBCATEGORY_NOT_SUPPORTED},
-      {0, 0, 16, 2, SD_ERROR_SUBCATEGORY_NOT_SUPPORTED},
       {3, 0, 1, 1, SD_ERROR_INVALID_BOARD_ID},
       {2, 0, 1, 1, SD_ERROR_INVALID_BOARD_ID},  // as many as there are boards: passes the first test only
       {0xffffffff, 0, 1, 1, SD_ERROR_INVALID_BOARD_ID},

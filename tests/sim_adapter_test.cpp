@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What stands behind the simulated BSG nodes: the mailbox in both dialects, flash that lasts, the FCF table, the
-// fabric's servers. Requests are laid out by hand, so that the model is held to the formats and not to the library.
+// What stands behind the simulated BSG nodes: the mailbox in both dialects, flash that lasts. Requests are laid out by hand, so that the model is held to the formats and not to the library.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/bsg.h>
@@ -10,7 +9,6 @@
 #include <filesystem>
 
 #include "sim_bytes.h"
-#include "sim_fabric.h"
 #include "sim_machine.h"
 #include "sim_mbox.h"
 
@@ -84,7 +82,6 @@ struct SimAdapter : testing::Test {
   sim::Machine m;
   sim::Host &sli4 = m.add_host({.number = 3});
   sim::Host &sli3 = m.add_host({.number = 4, .sli = 3});
-  sim::Host &fcoe = m.add_host({.number = 5, .protocol = "fcoe"});
 };
 
 TEST_F(SimAdapter, DumpsRegionsInBothDialects) {
@@ -134,32 +131,6 @@ TEST_F(SimAdapter, AnswersTheManagementRevision) {
   EXPECT_EQ(m.requests().front().command, 6u);
 }
 
-TEST_F(SimAdapter, IsBusyAsOftenAsTold) {
-  sim::mailbox(sli4).busy = 2;
-  EXPECT_EQ(word(mailbox(sli4, {0x00001100}), 0), 0x00fd1100u);
-  EXPECT_EQ(word(mailbox(sli4, {0x00001100}), 0), 0x00fd1100u);
-  EXPECT_EQ(word(mailbox(sli4, {0x00001100}), 0), 0x00001100u);
-  EXPECT_EQ(mailbox(sli4, {0x00001100}).data[26], 9);  // FC-PH level: virtual ports
-  EXPECT_EQ(sim::mailbox(sli4).exchanges.size(), 4u);
-}
-
-TEST_F(SimAdapter, ListsForwardersOneByOne) {
-  string area(580, '\0');
-  area[2] = 0x0c;
-  area[3] = 8;
-  sim::put_be(area, 18, 0xffff, 2);
-  Answer answer = mailbox(fcoe, {0x00009b00, 8, 24, 0, 0, 0, 0, 0, 580}, area);
-  EXPECT_EQ(word(answer, 0), 0x00009b00u);
-  EXPECT_EQ(answer.data.substr(256 + 12, 4), string("\x34\x02\0\0", 4));
-  EXPECT_EQ(sim::get_be(answer.data, 256 + 22, 2), 1u);
-  EXPECT_EQ(sim::get_be(answer.data, 256 + 24 + 12, 6), 0x000decafbad0u);
-  EXPECT_EQ(answer.data[256 + 24 + 36 + 125], 4);  // VLAN 1002
-  sim::put_be(area, 18, 1, 2);
-  answer = mailbox(fcoe, {0x00009b00, 8, 24, 0, 0, 0, 0, 0, 580}, area);
-  EXPECT_EQ(sim::get_be(answer.data, 256 + 22, 2), 0xffffu);
-  EXPECT_EQ(word(mailbox(sli4, {0x00009b00, 8, 24, 0, 0, 0, 0, 0, 580}, area), 0) >> 16, 1u);
-}
-
 TEST_F(SimAdapter, JoinsTheExchangesOfOneCommand) {
   // An object of 6 bytes written in buffers of 4 and 2, then read in buffers of 5 and 1.
   string block(256, '\0');
@@ -187,35 +158,6 @@ TEST_F(SimAdapter, JoinsTheExchangesOfOneCommand) {
   EXPECT_EQ(send(block, 1).data.substr(256, 5), "abcde");
   EXPECT_EQ(send("", 2).data.substr(0, 1), "f");
   EXPECT_EQ(send("", 3).result, -EINVAL);  // there is no third buffer
-}
-
-TEST_F(SimAdapter, AnswersTheNameServer) {
-  sli4.add_fabric_ports();
-  sli4.add_rport({.wwpn = 0x5006016012345678, .port_id = 0x010300});
-  const string header("\x01\0\0\0\xfc\x02\0\0\x01\x12\0\0\0\0\0\0", 16);  // GPN_ID
-  const string request = words({0x40000002, 0, 0, 0}) + words({0});
-  Answer answer = exchange(m, "/dev/bsg/rport-3:0-1", request, header + string("\0\x01\x03\0", 4), 64);
-  EXPECT_EQ(answer.result, 0);
-  EXPECT_EQ(answer.received, 24u);
-  EXPECT_EQ(answer.data.substr(8, 2), "\x80\x02");
-  EXPECT_EQ(answer.data.substr(16, 8), "\x50\x06\x01\x60\x12\x34\x56\x78");
-  answer = exchange(m, "/dev/bsg/rport-3:0-1", request, header + string("\0\x09\x09\x09", 4), 64);
-  EXPECT_EQ(answer.data.substr(8, 8), string("\x80\x01\0\0\0\x09\x01\0", 8));
-  sli4.rport(1)->set_state("Blocked");
-  EXPECT_EQ(exchange(m, "/dev/bsg/rport-3:0-1", request, header, 64).result, -ENODEV);
-}
-
-TEST_F(SimAdapter, AnswersAndRejectsEls) {
-  sli4.add_rport({.wwpn = 0x5006016012345678, .wwnn = 0x5006016092345678, .port_id = 0x010300});
-  const string node = "/dev/bsg/rport-3:0-0";
-  Answer answer = exchange(m, node, words({0x40000001}) + "\x78" + string(15, '\0'),
-                           string("\x78\0\0\0\xdf\0\0\0", 8), 128);
-  EXPECT_EQ(answer.received, 76u);
-  EXPECT_EQ(answer.data.substr(0, 8), string("\x02\0\0\0\xdf\x10\0\x34", 8));
-  EXPECT_EQ(answer.data.substr(8, 8), "\x50\x06\x01\x60\x12\x34\x56\x78");
-  answer = exchange(m, node, words({0x40000001}) + "\x05" + string(15, '\0'), string("\x05\0\0\0", 4), 128);
-  EXPECT_EQ(answer.result, 0);
-  EXPECT_EQ(answer.reply, words({1}) + string("\x01\x0b\x2c\0", 4));
 }
 
 TEST(SimFlash, OutlivesTheMachine) {
