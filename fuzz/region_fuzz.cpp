@@ -1,27 +1,18 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Region 23, forwarders and the priority table against an adapter that answers what the input says. Flash starts with
-// an arbitrary image; whatever is written back over a sound one must be sound and hold every foreign record. The
-// editing steps also run by themselves, on heap blocks of exactly 1024 bytes.
-#include <errno.h>
-#include <linux/bsg.h>
-
-#include <fuzzer/FuzzedDataProvider.h>
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+// an arbitrary image; whatever is written back over a sound one must be sound and hold every foreign record, and
+// nothing is written once an answer has not come whole. The editing steps also run by themselves, on heap blocks of
+// exactly 1024 bytes.
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "hcx_region.h"
+#include "hostile_machine.h"
 
 namespace {
 
 [[noreturn]] void fault(const char *what) {
-  fprintf(stderr, "fault: %s\n", what);
-  abort();
+  fuzz::fault(what, "region 23");
 }
 
 // The records of an image up to its end mark; none for an image that is not sound.
@@ -38,10 +29,10 @@ std::optional<std::vector<std::string>> records_of(const std::string &image) {
 }
 
 // A board whose only life is in its mailbox.
-class Adapter final : public hcx::sysio::Machine {
+class Adapter final : public fuzz::HostileMachine {
  public:
-  Adapter(FuzzedDataProvider &input, bool sli4, bool fcoe) : input_(input), sli4_(sli4) {
-    LIBHCX_private_set_machine(this);
+  Adapter(FuzzedDataProvider &input, bool sli4, bool fcoe)
+      : HostileMachine(input), input_(input), sli4_(sli4) {
     host_ = static_cast<hcx_host *>(calloc(1, sizeof(hcx_host)));
     pthread_rwlock_init(&host_->rwlock, nullptr);
     host_->port.host = host_;
@@ -51,40 +42,24 @@ class Adapter final : public hcx::sysio::Machine {
     hcx_host_list = host_;
   }
   ~Adapter() override {
-    if (open_ != 0) fault("descriptor left open");
+    check_nothing_left();
     if (pthread_rwlock_trywrlock(&host_->rwlock) != 0) fault("host left locked");
     pthread_rwlock_unlock(&host_->rwlock);
     HCX_FreeDiagEnv();
-    LIBHCX_private_set_machine(nullptr);
+  }
+  // Before each call. own: first bytes of the records that it may change.
+  void expect(const char *own) {
+    own_ = own;
+    damaged_ = cut_ = false;
   }
 
-  std::string flash;     // what reads give
-  bool damaged = false;  // an answer was not the whole truth
-  std::string own;       // first bytes of the records that the call may change
+  std::string flash;  // what reads give
 
-  int open(const char *, int, mode_t) override { return ++open_, 5; }
-  int close(int) override { return --open_, 0; }
+  // The board stays what it is, whoever scans it again.
   ssize_t read(int, void *, size_t) override { return 0; }
-  ssize_t write(int, const void *, size_t count) override { return static_cast<ssize_t>(count); }
-  off_t seek(int, off_t offset) override { return offset; }
-  int lock(int, int) override { return 0; }
   int64_t stat(const char *, mode_t *) override { return -ENOENT; }
-  int fstat(int, mode_t *, nlink_t *) override { return -ENOENT; }
-  int truncate(int, off_t) override { return -ENOENT; }
   int list(const char *, const char *, std::vector<std::string> &) override { return -ENOENT; }
   ssize_t read_link(const char *, char *, size_t) override { return -ENOENT; }
-  int unlink(const char *) override { return -ENOENT; }
-  int rename(const char *, const char *) override { return -ENOENT; }
-  int sync(int) override { return 0; }
-  mode_t set_umask(mode_t) override { return 022; }
-  int run(const char *) override { return -1; }
-  time_t now() override { return 1700000000; }
-  int clock_resolution(timespec *) override { return -EINVAL; }
-  void sleep_us(uint64_t) override {}
-  int host_name(char *, size_t) override { return -ENOENT; }
-  void syslog_open(const char *, int, int) override {}
-  void syslog_close() override {}
-  void syslog(int, const char *) override {}
 
   int ioctl(int, unsigned long, void *arg) override {
     auto *io = static_cast<sg_io_v4 *>(arg);
@@ -92,64 +67,86 @@ class Adapter final : public hcx::sysio::Machine {
     auto *in = reinterpret_cast<uint8_t *>(io->din_xferp);
     const auto *out = reinterpret_cast<const uint8_t *>(io->dout_xferp);
     memset(reply, 0, io->max_response_len);
-    const uint32_t received = io->din_xfer_len;
-    memcpy(reply + offsetof(fc_bsg_reply, reply_payload_rcv_len), &received, sizeof received);
+    uint32_t received = io->din_xfer_len;
     if (in && out && io->dout_xfer_len >= 512 && in != out && (out[2] == 0x17 || out[2] == 0x1b)) {
       memset(in, 0, io->din_xfer_len);
       memcpy(in, out, 256);
-      if (out[2] == 0x17)
-        read_flash(in, io->din_xfer_len);
-      else
+      if (out[2] == 0x1b)
         write_flash(in, out + 256);
+      else if (const uint32_t whole = read_flash(in, io->din_xfer_len); rarely())
+        received = cut(io, in, whole);
     } else if (in) {
       fill(in, io->din_xfer_len);
     }
+    memcpy(reply + offsetof(fc_bsg_reply, reply_payload_rcv_len), &received, sizeof received);
     return 0;
   }
 
  private:
+  bool rarely() { return input_.ConsumeIntegralInRange(0, 31) == 31; }
   void fill(uint8_t *to, size_t size) {
     memset(to, 0, size);
     input_.ConsumeData(to, size);
     // Mostly with status 0, or nothing behind it is ever looked at.
     if (size >= 2 && input_.ConsumeIntegralInRange(0, 7) != 0) memset(to, 0, 2);
   }
+  // Less comes than there was, which the payload length says, or the residual, or both. What is left of it.
+  uint32_t cut(sg_io_v4 *io, uint8_t *in, uint32_t whole) {
+    const auto came = input_.ConsumeIntegralInRange<uint32_t>(0, whole - 1);
+    memset(in + came, 0, io->din_xfer_len - came);
+    const bool residual = input_.ConsumeBool();
+    if (residual) io->din_resid = static_cast<int32_t>(io->din_xfer_len - came);
+    cut_ = true;
+    return residual && input_.ConsumeBool() ? io->din_xfer_len : came;
+  }
   void reverse(std::string &bytes) const {
     for (size_t i = 0; !sli4_ && i + 4 <= bytes.size(); i += 4)
       std::reverse(&bytes[i], &bytes[i] + 4);
   }
-  void read_flash(uint8_t *in, size_t size) {
+  // Bytes of the answer that mean something.
+  uint32_t read_flash(uint8_t *in, size_t size) {
     const size_t offset = hcx_mbox_word(in, 2) >> 16;
     const size_t wanted = sli4_ ? hcx_mbox_word(in, 3) : 4 * size_t{hcx_mbox_word(in, 4)};
     std::string part =
         offset < flash.size() ? flash.substr(offset, std::min(wanted, size - 256)) : std::string();
     auto claimed = static_cast<uint32_t>(part.size());
-    if (input_.ConsumeIntegralInRange(0, 31) == 31) {
-      damaged = true;
+    if (rarely()) {
+      damaged_ = true;
       claimed = input_.ConsumeIntegral<uint32_t>();
       hcx_mbox_set_status(in, input_.PickValueInArray<uint16_t>({0, 1, 253, 0xfffd, 0xfff7, 0xfff6}));
     }
     reverse(part);
     memcpy(in + 256, part.data(), part.size());
     hcx_mbox_set_word(in, sli4_ ? 6 : 4, claimed);
+    return static_cast<uint32_t>(256 + part.size());
   }
   void write_flash(uint8_t *in, const uint8_t *data) {
     if (hcx_mbox_word(in, 2) != (1024U << 16 | 23)) fault("another region is written");
+    if (cut_ && !damaged_) fault("something is written after an answer that did not come whole");
     std::string image(reinterpret_cast<const char *>(data), 1024);
     reverse(image);
     const auto after = records_of(image), before = records_of(flash);
-    if (!after) fault("an image that is not sound is written");
-    if (before && !damaged && foreign(*before) != foreign(*after)) fault("a foreign record is lost");
-    if (input_.ConsumeIntegralInRange(0, 31) == 31)
+    if (!after && !replaced_in_place(image)) fault("an image that is not sound is written");
+    if (before && !damaged_ && foreign(*before) != foreign(*after)) fault("a foreign record is lost");
+    if (rarely())
       hcx_mbox_set_status(in, 1);
     else
       flash = image;
   }
+  // Whether all that differs from flash, which is not sound either, is one FCoE record.
+  bool replaced_in_place(const std::string &image) const {
+    if (own_[0] == '\xa2' || flash.size() != 1024) return false;
+    size_t at = 8;
+    while (at + 4 <= 1024 && flash[at] != own_[0])
+      at += 4 + 4 * size_t{static_cast<uint8_t>(flash[at + 1])};
+    const size_t size = own_[0] == '\xa0' ? 12 : 324;
+    return at + size <= 1024 && image.substr(0, at) == flash.substr(0, at) &&
+           image.substr(at + size) == flash.substr(at + size);
+  }
   std::vector<std::string> foreign(const std::vector<std::string> &records) const {
     std::vector<std::string> left;
     for (const std::string &record : records)
-      if (own.find(record[0]) == std::string::npos ||
-          (record[0] == '\xa2' && record.substr(2, 2) != std::string("\x20\0", 2)))
+      if (record[0] != own_[0] || (record[0] == '\xa2' && record.substr(2, 2) != std::string("\x20\0", 2)))
         left.push_back(record);
     return left;
   }
@@ -157,7 +154,9 @@ class Adapter final : public hcx::sysio::Machine {
   FuzzedDataProvider &input_;
   bool sli4_;
   hcx_host *host_;
-  int open_ = 0;
+  const char *own_ = "";
+  bool damaged_ = false;  // an answer was not the whole truth
+  bool cut_ = false;      // an answer did not come whole
 };
 
 std::unique_ptr<uint8_t[]> image_block(FuzzedDataProvider &input) {
@@ -209,12 +208,11 @@ void call(FuzzedDataProvider &input) {
     adapter.flash.replace(0, 8, std::string("RG23\x01\0\0\0", 8));
   }
   for (int calls = input.ConsumeIntegralInRange(1, 4); calls > 0; --calls) {
-    adapter.damaged = false;
     const size_t room = input.ConsumeIntegralInRange<size_t>(0, 20);
     if (!fcoe && input.ConsumeBool()) {
       const auto setting = input.ConsumeIntegralInRange<uint16_t>(0, 1);
       uint16_t read = 7;
-      adapter.own = "\xa2";
+      adapter.expect("\xa2");
       HCX_SetPersistLinkDown(0, setting);
       HCX_GetPersistLinkDown(0, &read);
       if (read > 1) fault("a setting that does not exist");
@@ -230,7 +228,7 @@ void call(FuzzedDataProvider &input) {
       HCX_FCoEParam param{};
       param.version = 1;
       HCX_FCoEGetParams(0, &param);
-      adapter.own = "\xa0";
+      adapter.expect("\xa0");
       HCX_FCoESetParams(0, &param);
     } else if (input.ConsumeBool()) {
       std::unique_ptr<uint8_t[]> memory(new uint8_t[4 + 22 * room]());
@@ -239,7 +237,7 @@ void call(FuzzedDataProvider &input) {
       list->numberOfEntries = static_cast<uint8_t>(room);
       HCX_FCoEGetFCFConnectList(0, list);
       list->numberOfEntries = std::min(list->numberOfEntries, static_cast<uint8_t>(room));
-      adapter.own = "\xa1";
+      adapter.expect("\xa1");
       HCX_FCoESetFCFConnectList(0, list);
     } else {
       std::unique_ptr<uint8_t[]> memory(new uint8_t[8 + 552 * room]());

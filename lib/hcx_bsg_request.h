@@ -64,6 +64,12 @@ class Request {
   uint32_t received() {
     return reply()->reply_payload_rcv_len < room_ ? reply()->reply_payload_rcv_len : room_;
   }
+  // Of these, what the kernel did not call missing. Where it says nothing, nothing is.
+  uint32_t arrived() {
+    const uint32_t missing = header_.din_resid > 0 ? static_cast<uint32_t>(header_.din_resid) : 0;
+    const uint32_t present = missing < room_ ? room_ - missing : 0;
+    return received() < present ? received() : present;
+  }
   // The vendor command's answer.
   template <class Record>
   Record answer() {
@@ -86,6 +92,11 @@ class Request {
   int error_ = 0;
   bool unanswered_ = false;
 };
+
+// send_bsg_mbox_write_read(), which also tells how many bytes of the reply are there: what its block counts may be
+// missing from it.
+int exchange_mailbox(hcx_host *host, uint8_t *request, uint8_t *reply, uint8_t mbOffset, uint32_t inExtWLen,
+                     uint32_t outExtWLen, uint32_t *arrived);
 
 // The wait for a CT request as a block that may be sent again and again by a process that neither allocates nor
 // logs.

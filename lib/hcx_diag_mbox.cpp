@@ -6,6 +6,8 @@
 #include <array>
 #include <cstring>
 
+#include "hcx_bsg_request.h"
+
 namespace hcx::mbox {
 namespace {
 
@@ -206,8 +208,11 @@ uint32_t conclude(const Exchange &x, int received, const uint8_t *reply) {
 }  // namespace
 
 uint32_t IssueMboxEx(uint32_t board, uint8_t *mb, uint8_t *pMbExt, uint8_t mbOffset, uint32_t inExtWLen,
-                     uint32_t outExtWLen) {
+                     uint32_t outExtWLen, uint32_t *arrived) {
   HCX_TRACE();
+  uint32_t unused;
+  uint32_t &came = arrived ? *arrived : unused;
+  came = 0;
   Exchange x = {.mb = mb,
                 .ext = pMbExt,
                 .offset = mbOffset,
@@ -250,7 +255,7 @@ uint32_t IssueMboxEx(uint32_t board, uint8_t *mb, uint8_t *pMbExt, uint8_t mbOff
   }
   fill_request(x, request.get());
   const int received =
-      send_bsg_mbox_write_read(port.host(), request.get(), reply.get(), mbOffset, inExtWLen, outExtWLen);
+      bsg::exchange_mailbox(port.host(), request.get(), reply.get(), mbOffset, inExtWLen, outExtWLen, &came);
   port.release();
   return conclude(x, received, reply.get());
 }
@@ -277,9 +282,9 @@ int check_generic(uint32_t board, void *mb, uint32_t incnt, uint32_t outcnt) {
   return sli_mode;
 }
 
-uint32_t run_generic(uint32_t board, int sli_mode, uint8_t *work) {
+uint32_t run_generic(uint32_t board, int sli_mode, uint8_t *work, uint32_t *arrived) {
   if (hcx_mbox_command(work) != MBX_UPDATE_CFG || !(hcx_mbox_word(work, 1) & update_cfg_data))
-    return IssueMboxEx(board, work, nullptr, 0, 0, 0);
+    return IssueMboxEx(board, work, nullptr, 0, 0, 0, arrived);
   const uint32_t length = hcx_mbox_word(work, 4);
   const uint32_t at = sli_mode >= 4 ? block_size : hcx_mbox_word(work, 5);
   if (at > buffer_size || length > buffer_size - at) {
@@ -290,14 +295,14 @@ uint32_t run_generic(uint32_t board, int sli_mode, uint8_t *work) {
   // A copy: the data of an SLI-3 command may lie in the block, which the reply replaces.
   std::array<uint8_t, buffer_size> data{};
   memcpy(data.data(), work + at, length);
-  return IssueMboxEx(board, work, data.data(), data_after_word, length / 4, 0);
+  return IssueMboxEx(board, work, data.data(), data_after_word, length / 4, 0, arrived);
 }
 
 }  // namespace
 
-uint32_t issue_generic(uint32_t board, uint8_t *work, uint32_t incnt, uint32_t outcnt) {
+uint32_t issue_generic(uint32_t board, uint8_t *work, uint32_t incnt, uint32_t outcnt, uint32_t *arrived) {
   const int sli_mode = check_generic(board, work, incnt, outcnt);
-  return sli_mode < 0 ? 1 : run_generic(board, sli_mode, work);
+  return sli_mode < 0 ? 1 : run_generic(board, sli_mode, work, arrived);
 }
 
 }  // namespace hcx::mbox
@@ -309,7 +314,7 @@ uint32_t IssueMboxGeneric(uint32_t board, MAILBOX_t *mb, uint32_t incnt, uint32_
   if (sli_mode < 0) return 1;
   std::array<uint8_t, buffer_size> work{};
   memcpy(work.data(), mb, size_t{4} * incnt);
-  const uint32_t result = run_generic(board, sli_mode, work.data());
+  const uint32_t result = run_generic(board, sli_mode, work.data(), nullptr);
   memcpy(mb, work.data(), outcnt);
   return result;
 }

@@ -46,13 +46,21 @@ class PortLock {
 };
 
 // One exchange. `mb` has 4096 bytes unless pMbExt is given; pMbExt has what the command may return, at least
-// 2048.
+// 2048. arrived: out, bytes of the answer, block and data, that the driver brought; may be null.
 uint32_t IssueMboxEx(uint32_t board, uint8_t *mb, uint8_t *pMbExt, uint8_t mbOffset, uint32_t inExtWLen,
-                     uint32_t outExtWLen);
+                     uint32_t outExtWLen, uint32_t *arrived = nullptr);
 
 // IssueMboxGeneric() on a work buffer of 4096 bytes whose first incnt words hold the command and the rest
 // zeros. The whole answer stays in it.
-uint32_t issue_generic(uint32_t board, uint8_t *work, uint32_t incnt, uint32_t outcnt);
+uint32_t issue_generic(uint32_t board, uint8_t *work, uint32_t incnt, uint32_t outcnt,
+                       uint32_t *arrived = nullptr);
+
+// HCX_IssueMboxWithRetryEx() and HCX_IssueMboxWithRetryV2() for callers that must know whether the data which the
+// answer counts have come: `arrived` is that of the last attempt. A command of several exchanges does not tell.
+uint32_t retry_ex(uint32_t board, MAILBOX_t *mb, void *pMbExt, uint8_t mbOffset, uint32_t inExtWLen,
+                  uint32_t outExtWLen, uint32_t retrycnt, uint32_t retrydelay, uint32_t *arrived);
+uint32_t retry_v2(uint32_t board, MAILBOX_t *pMb, uint32_t wLen, uint32_t retryCnt, uint32_t retryWait,
+                  uint32_t *arrived);
 
 // Extended commands so far; each one's value is the tag of its exchanges.
 extern std::atomic<uint32_t> ext_mbox_tag_cnt;

@@ -48,8 +48,9 @@ struct External {
   bool valid = true;
 };
 
+constexpr char with_buffer[] = "HCX_IssueMboxWithRetryEx", sli4_entry[] = "HCX_IssueMboxWithRetryV2";
+
 External external_data(const uint8_t *mb, const void *pMbExt, uint32_t in_words, uint32_t out_words) {
-  constexpr char self[] = "HCX_IssueMboxWithRetryEx";
   External data = {4 * in_words, true};
   const uint8_t command = hcx_mbox_command(mb);
   if (command == MBX_UPDATE_CFG && (hcx_mbox_word(mb, 1) & update_cfg_data)) {
@@ -60,50 +61,49 @@ External external_data(const uint8_t *mb, const void *pMbExt, uint32_t in_words,
   data.valid =
       data.bytes <= max_ext_bytes && (pMbExt || (data.bytes == 0 && in_words == 0 && out_words == 0));
   if (!data.valid) {
-    libhcx_syslog(LOG_ERROR, "%s - update cfg byte len too big %d max %d", self, static_cast<int>(data.bytes),
-                  static_cast<int>(max_ext_bytes));
+    libhcx_syslog(LOG_ERROR, "%s - update cfg byte len too big %d max %d", with_buffer,
+                  static_cast<int>(data.bytes), static_cast<int>(max_ext_bytes));
   }
   return data;
 }
 
-enum class Path { plain, write_embedded, read_embedded, write_separate, read_separate, refused };
+enum class Route { plain, write_embedded, read_embedded, write_separate, read_separate, refused };
 
 // Which way an MBX_SLI_CONFIG command goes, by the operation it carries.
-Path embedded_path(const uint8_t *mb) {
+Route embedded_route(const uint8_t *mb) {
   constexpr uint32_t common = 1, read_object = 0xAB, write_object = 0xAC, read_object_list = 0xAD;
   const uint32_t word6 = hcx_mbox_word(mb, 6);
   const uint32_t opcode = word6 & 0xFF, subsystem = word6 >> 8 & 0xFF;
   const bool has_buffers = hcx_mbox_word(mb, 38) != 0;
-  if (subsystem != common) return Path::plain;
-  if (opcode == write_object) return has_buffers ? Path::write_embedded : Path::refused;
-  if ((opcode == read_object || opcode == read_object_list) && has_buffers) return Path::read_embedded;
-  return Path::plain;
+  if (subsystem != common) return Route::plain;
+  if (opcode == write_object) return has_buffers ? Route::write_embedded : Route::refused;
+  if ((opcode == read_object || opcode == read_object_list) && has_buffers) return Route::read_embedded;
+  return Route::plain;
 }
 
-Path separate_path(const uint8_t *mb) {
+Route separate_route(const uint8_t *mb) {
   constexpr uint32_t common = 0x01, fcoe = 0x0C;
   const uint32_t head = hcx_mbox_word(mb, block_size / 4);
   const uint32_t opcode = head & 0xFF, subsystem = head >> 8 & 0xFF;
   const auto refused = [&] {
-    libhcx_syslog(LOG_ERROR, "%s - Non-embedded 0x9B (x%x/x%x) not supported", "HCX_IssueMboxWithRetryV2",
-                  subsystem, opcode);
-    return Path::refused;
+    libhcx_syslog(LOG_ERROR, "%s - Non-embedded 0x9B (x%x/x%x) not supported", sli4_entry, subsystem, opcode);
+    return Route::refused;
   };
   if (subsystem == fcoe)
-    return opcode == 8 ? Path::read_separate : opcode == 9 ? Path::write_separate : refused();
-  if (subsystem == common) return opcode == 0x20 || opcode == 0x79 ? Path::read_separate : refused();
-  return Path::read_separate;
+    return opcode == 8 ? Route::read_separate : opcode == 9 ? Route::write_separate : refused();
+  if (subsystem == common) return opcode == 0x20 || opcode == 0x79 ? Route::read_separate : refused();
+  return Route::read_separate;
 }
 
-Path choose_path(const uint8_t *mb) {
-  if (hcx_mbox_command(mb) != MBX_SLI_CONFIG) return Path::plain;
-  return hcx_mbox_word(mb, 1) & 1 ? embedded_path(mb) : separate_path(mb);
+Route choose_route(const uint8_t *mb) {
+  if (hcx_mbox_command(mb) != MBX_SLI_CONFIG) return Route::plain;
+  return hcx_mbox_word(mb, 1) & 1 ? embedded_route(mb) : separate_route(mb);
 }
 
-uint32_t issue_on_path(Path path, uint32_t board, uint8_t *work, uint32_t wLen) {
-  const bool embedded = path == Path::write_embedded || path == Path::read_embedded;
-  const bool write = path == Path::write_embedded || path == Path::write_separate;
-  if (path == Path::plain) return issue_generic(board, work, wLen, 4 * wLen);
+uint32_t issue_on_route(Route route, uint32_t board, uint8_t *work, uint32_t wLen, uint32_t *arrived) {
+  const bool embedded = route == Route::write_embedded || route == Route::read_embedded;
+  const bool write = route == Route::write_embedded || route == Route::write_separate;
+  if (route == Route::plain) return issue_generic(board, work, wLen, 4 * wLen, arrived);
   return IssueExtendedSLIConfig(board, reinterpret_cast<MAILBOX_t *>(work),
                                 write ? MAILBOX_WRITE : MAILBOX_READ,
                                 embedded ? MAILBOX_EMBEDDED_HBD : MAILBOX_NONEMBEDDED, wLen);
@@ -127,15 +127,18 @@ uint32_t HCX_IssueMboxWithRetry(uint32_t board, MAILBOX_t *mb, uint32_t incnt, u
   return result;
 }
 
-uint32_t HCX_IssueMboxWithRetryEx(uint32_t board, MAILBOX_t *mb, void *pMbExt, uint8_t mbOffset,
-                                  uint32_t inExtWLen, uint32_t outExtWLen, uint32_t retrycnt,
-                                  uint32_t retrydelay) {
-  HCX_TRACE();
+namespace hcx::mbox {
+
+uint32_t retry_ex(uint32_t board, MAILBOX_t *mb, void *pMbExt, uint8_t mbOffset, uint32_t inExtWLen,
+                  uint32_t outExtWLen, uint32_t retrycnt, uint32_t retrydelay, uint32_t *arrived) {
+  libhcx_syslog(LOG_TRACE, "%s()", with_buffer);
+  *arrived = 0;
   if (!mb) return 1;
-  if (!suits(__func__, board, false)) return wrong_mode;
+  if (!suits(with_buffer, board, false)) return wrong_mode;
   if (inExtWLen > max_ext_words || outExtWLen > max_ext_words) {
-    HCX_LOG(LOG_ERROR, "board %d max cnt %d incnt %d outcnt %d", static_cast<int>(board),
-            static_cast<int>(max_ext_words), static_cast<int>(inExtWLen), static_cast<int>(outExtWLen));
+    libhcx_syslog(LOG_ERROR, "%s - board %d max cnt %d incnt %d outcnt %d", with_buffer,
+                  static_cast<int>(board), static_cast<int>(max_ext_words), static_cast<int>(inExtWLen),
+                  static_cast<int>(outExtWLen));
     return wrong_mode;
   }
   const External data = external_data(reinterpret_cast<const uint8_t *>(mb), pMbExt, inExtWLen, outExtWLen);
@@ -150,47 +153,63 @@ uint32_t HCX_IssueMboxWithRetryEx(uint32_t board, MAILBOX_t *mb, void *pMbExt, u
     memcpy(work.data(), mb, travelling);
     ext.fill(0);
     if (data.bytes) memcpy(ext.data(), pMbExt, data.bytes);
-    return IssueMboxEx(board, work.data(), pMbExt ? ext.data() : nullptr, mbOffset, inExtWLen, outExtWLen);
+    return IssueMboxEx(board, work.data(), pMbExt ? ext.data() : nullptr, mbOffset, inExtWLen, outExtWLen,
+                       arrived);
   });
   memcpy(mb, work.data(), travelling);
   if (result == 0 && outExtWLen) memcpy(pMbExt, ext.data(), size_t{4} * outExtWLen);
   return result;
 }
 
-uint32_t HCX_IssueMboxWithRetryV2(uint32_t board, MAILBOX_t *pMb, uint32_t wLen, uint32_t retryCnt,
-                                  uint32_t retryWait) {
-  HCX_TRACE();
+uint32_t retry_v2(uint32_t board, MAILBOX_t *pMb, uint32_t wLen, uint32_t retryCnt, uint32_t retryWait,
+                  uint32_t *arrived) {
+  libhcx_syslog(LOG_TRACE, "%s()", sli4_entry);
+  *arrived = 0;
   if (!pMb) {
-    HCX_LOG(LOG_ERROR, "no pMb");
+    libhcx_syslog(LOG_ERROR, "%s - no pMb", sli4_entry);
     return 1;
   }
-  if (!suits(__func__, board, true)) return wrong_mode;
+  if (!suits(sli4_entry, board, true)) return wrong_mode;
   const size_t size = size_t{4} * wLen;
   // The answer of a dump or an event log may be longer than the caller's memory.
   const auto work = hcx::heap_array<uint8_t>(size > buffer_size ? size : buffer_size);
   if (!work) {
     fail(pMb);
-    HCX_LOG(LOG_ERROR, "failed allocate mbox");
+    libhcx_syslog(LOG_ERROR, "%s - failed allocate mbox", sli4_entry);
     return 1;
   }
   memcpy(work.get(), pMb, size);
-  const Path path = choose_path(work.get());
-  if (path == Path::refused) {
+  const Route route = choose_route(work.get());
+  if (route == Route::refused) {
     fail(pMb);
     return 1;
   }
-  const char *const self = __func__;
   const uint32_t result = while_busy(work.get(), retryCnt, whole_seconds_us(retryWait), [&] {
     memset(work.get(), 0, size > buffer_size ? size : buffer_size);
     memcpy(work.get(), pMb, size);
-    const uint32_t rc = issue_on_path(path, board, work.get(), wLen);
+    const uint32_t rc = issue_on_route(route, board, work.get(), wLen, arrived);
     const unsigned status = hcx_mbox_status(work.get());
     if (rc != 0 && status != MBX_SUCCESS)
-      libhcx_syslog(LOG_ERROR, "%s - board %d mbxStatus x%04x", self, static_cast<int>(board), status);
+      libhcx_syslog(LOG_ERROR, "%s - board %d mbxStatus x%04x", sli4_entry, static_cast<int>(board), status);
     return rc;
   });
   memcpy(pMb, work.get(), size);
   return result;
+}
+
+}  // namespace hcx::mbox
+
+uint32_t HCX_IssueMboxWithRetryEx(uint32_t board, MAILBOX_t *mb, void *pMbExt, uint8_t mbOffset,
+                                  uint32_t inExtWLen, uint32_t outExtWLen, uint32_t retrycnt,
+                                  uint32_t retrydelay) {
+  uint32_t arrived;
+  return retry_ex(board, mb, pMbExt, mbOffset, inExtWLen, outExtWLen, retrycnt, retrydelay, &arrived);
+}
+
+uint32_t HCX_IssueMboxWithRetryV2(uint32_t board, MAILBOX_t *pMb, uint32_t wLen, uint32_t retryCnt,
+                                  uint32_t retryWait) {
+  uint32_t arrived;
+  return retry_v2(board, pMb, wLen, retryCnt, retryWait, &arrived);
 }
 
 uint32_t readrev(uint32_t board, MAILBOX_t *mb) {

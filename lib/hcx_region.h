@@ -170,8 +170,12 @@ struct Look {
   int32_t offset = -1;
   uint16_t status = 0;   // of the last mailbox command
   bool foreign = false;  // read whole, but the signature is not that of this layout
+  bool partial = false;  // reading failed when a part of the region had come already
   bool found() const { return result == 0; }
   bool at_end() const { return result == static_cast<uint32_t>(-ENOENT); }
+  // Such a status behind a part that was delivered tells of a fault: the region holds something.
+  bool not_initialized() const { return !found() && !partial && status == region_not_initialized; }
+  bool empty() const { return !found() && !partial && status == no_entry; }
 };
 Look look_up(uint32_t board, uint32_t type, Image &image);
 // Writes an image that was read whole, or made anew. Nothing else may come here.

@@ -89,7 +89,10 @@ void fill_entry(const hcx_sli4_read_fcf_table_cmd_rsp &from, HCX_FCoEFCFInfo &to
 // Asks for all entries, fills what there is room for; 0 when the chain came to its end.
 uint32_t list_entries(uint32_t board, HCX_FCoEFCFList *list, uint32_t &count) {
   const std::unique_ptr<std::bitset<0x10000>> asked(new (std::nothrow) std::bitset<0x10000>);
-  if (!asked) return 1;
+  if (!asked) {
+    libhcx_syslog(LOG_ERROR, "%s - out of memory", self);
+    return 1;
+  }
   Exchange exchange;
   uint16_t index = no_index;
   do {
@@ -99,7 +102,11 @@ uint32_t list_entries(uint32_t board, HCX_FCoEFCFList *list, uint32_t &count) {
     if (response.fcfValid != 0 && ++count <= list->numberOfEntries)
       fill_entry(response, list->entries[count - 1]);
     index = response.next_valid_fcf_index;
-    if (index != no_index && asked->test(index)) return 1;
+    if (index != no_index && asked->test(index)) {
+      libhcx_syslog(LOG_ERROR, "%s - board %d fcf index x%04x comes again", self, static_cast<int>(board),
+                    index);
+      return 1;
+    }
   } while (index != no_index);
   return 0;
 }

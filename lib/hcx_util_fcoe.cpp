@@ -59,7 +59,7 @@ uint32_t no_space(const char *caller, uint32_t board) {
 // for. False when that fails.
 bool find_or_make(const char *caller, uint32_t board, uint8_t type, uint8_t again, Image &image, Look &look) {
   look = look_up(board, type, image);
-  if (look.found() || look.status != region_not_initialized) return true;
+  if (!look.not_initialized()) return true;
   if (make_empty(board, image) != 0) {
     libhcx_syslog(LOG_ERROR, "%s - board %d failed to init region %d", caller, static_cast<int>(board),
                   region_number);

@@ -29,8 +29,7 @@ uint32_t check_port(const char *caller, uint32_t board) {
 
 // The region holds nothing that could be kept: it was never written, or is of another layout.
 bool must_be_made(const Look &look) {
-  if (look.found()) return false;
-  return look.status == region_not_initialized || look.status == no_entry || look.foreign;
+  return look.not_initialized() || look.empty() || look.foreign;
 }
 
 uint32_t error_in_region(const char *caller, uint32_t board) {

@@ -7,15 +7,16 @@
 #include <cstring>
 
 #include "hcx_bytes.h"
+#include "hcx_diag_mbox.h"
 #include "hcx_region.h"
 
 namespace {
 
 constexpr uint32_t retries = 1, retry_wait = 100;
-constexpr size_t block_size = 256, work_size = 4096;  // one exchange moves no more
-constexpr uint32_t most_position = 0xFFFF;            // a dump's offset is half a word
-constexpr uint32_t version_and_offset = 0x30;         // bits 4 and 5 of word 1
-constexpr uint8_t data_after_word = 5;
+constexpr uint32_t block_size = hcx::mbox::block_size, work_size = hcx::mbox::buffer_size;
+constexpr uint32_t most_position = 0xFFFF;     // a dump's offset is half a word
+constexpr uint32_t version_and_offset = 0x30;  // bits 4 and 5 of word 1
+constexpr uint8_t data_after_word = hcx::mbox::data_after_word;
 constexpr uint32_t low_24 = 0xFFFFFF;
 
 struct DumpText {
@@ -104,17 +105,32 @@ struct Answer {
   uint32_t delivered;  // never more than there is room for, whatever the adapter says
 };
 
+// What the adapter delivered. Bytes that it counts, but that did not come, are zeros here and something else in flash:
+// nobody may take them for a region without signature, nor a count that did not come for an empty one.
+Answer answer_of(const Chunk &chunk, const Mailbox &mailbox, uint32_t result, uint32_t delivered,
+                 uint32_t arrived) {
+  if (result == 0 && arrived < block_size + delivered) {
+    libhcx_syslog(LOG_ERROR, "%s - board %d region %d only %d of %d bytes arrived", "getRegionData",
+                  static_cast<int>(chunk.board), static_cast<int>(chunk.region), static_cast<int>(arrived),
+                  static_cast<int>(block_size + delivered));
+    result = 1;
+  }
+  return {result, mailbox.status(), delivered};
+}
+
 Answer dump_sli4(const Chunk &chunk) {
   Mailbox mailbox(MBX_DUMP_MEMORY);
   mailbox.set_word(1, (chunk.type & 0xF) | chunk.context << 24);
   mailbox.set_word(2, chunk.position << 16 | (chunk.region & 0xFFFF));
   mailbox.set_word(3, chunk.wanted);
-  const uint32_t result = HCX_IssueMboxWithRetryV2(chunk.board, mailbox.block(), mailbox_words(chunk.wanted),
-                                                   retries, retry_wait);
-  const uint32_t room = std::min<uint32_t>(chunk.wanted, work_size - block_size);
+  uint32_t arrived;
+  const uint32_t result = hcx::mbox::retry_v2(chunk.board, mailbox.block(), mailbox_words(chunk.wanted),
+                                              retries, retry_wait, &arrived);
+  const uint32_t room = std::min(chunk.wanted, work_size - block_size);
   const uint32_t delivered = std::min(mailbox.word(6), room);
-  if (result == 0) memcpy(chunk.data, mailbox.data(), delivered);
-  return {result, mailbox.status(), delivered};
+  const Answer answer = answer_of(chunk, mailbox, result, delivered, arrived);
+  if (answer.result == 0) memcpy(chunk.data, mailbox.data(), delivered);
+  return answer;
 }
 
 Answer dump_sli3(const Chunk &chunk) {
@@ -125,9 +141,10 @@ Answer dump_sli3(const Chunk &chunk) {
   mailbox.set_word(1, (chunk.type & 0xF) | version_and_offset);
   mailbox.set_word(2, chunk.position << 16 | (chunk.region & 0xFFFF));
   mailbox.set_word(4, words);
-  const uint32_t result = HCX_IssueMboxWithRetryEx(chunk.board, mailbox.block(), chunk.data, data_after_word,
-                                                   0, words, retries, retry_wait);
-  return {result, mailbox.status(), std::min(mailbox.word(4), 4 * words)};
+  uint32_t arrived;
+  const uint32_t result = hcx::mbox::retry_ex(chunk.board, mailbox.block(), chunk.data, data_after_word, 0,
+                                              words, retries, retry_wait, &arrived);
+  return answer_of(chunk, mailbox, result, std::min(mailbox.word(4), 4 * words), arrived);
 }
 
 Answer dump(const Chunk &chunk, bool sli4) {

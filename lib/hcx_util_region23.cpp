@@ -77,6 +77,7 @@ Look look_up(uint32_t board, uint32_t type, Image &image) {
   Look look;
   uint32_t length = image_size;
   look.result = getRegionData(board, access_type, region_23, 0, image.data(), &length, &look.status, 0);
+  look.partial = look.result != 0 && length != 0;
   if (look.result != 0) return look;
   look.result = 1;
   if (length == 0) {

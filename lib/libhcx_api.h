@@ -1189,7 +1189,8 @@ void write_password(FILE *fp, KRX_AUTH_PASSWD *password);
  * room on input, at most 1792 bytes on SLI-4; the bytes read on output, also when the call fails. SLI-3 adapters
  * deliver whole words, so there only a multiple of 4 is read. mbStatus: out, mailbox status of the last command.
  * tContext1: context byte of the command, 0 (SLI-4 only).
- * Returns 0; 1 unknown SLI mode or a null pointer; else the result of the mailbox command that failed.
+ * Returns 0; 1 unknown SLI mode, a null pointer, or bytes that the adapter counted and the driver did not bring; else
+ * the result of the mailbox command that failed.
  */
 uint32_t getRegionData(uint32_t board, uint32_t type, uint32_t region, uint32_t offset, uint8_t *pBuffer,
                        uint32_t *pLength, uint16_t *mbStatus, uint32_t tContext1);
@@ -1318,7 +1319,7 @@ uint32_t HCX_FCoEGetParams(uint32_t board, HCX_FCoEParam *pParam);
 /*
  * Writes the setting: 1 to hold the link down, 0 for normal.
  * A region 23 that was never written, or has another signature, is made anew and its contents are lost; all other
- * records are kept. An image that is damaged, or has no room, is not written. Returns 4 for another value; else also
+ * records are kept. An image that was not read whole, is damaged, or has no room, is not written. Returns 4 for another value; else also
  * the result of the mailbox command that wrote.
  */
 uint32_t HCX_SetPersistLinkDown(uint32_t board, uint16_t linkDownConfig);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Boards with flash: 0 is SLI-4 FC (host 3), 1 is SLI-3 FC (host 4), 2 is SLI-4 FCoE (host 5), 3 is an FC port without a
-// link of its own (host 6). Images of region 23 are
-// written as the hexadecimal digits of their records.
+// link of its own (host 6). Images of region 23 are written as the hexadecimal digits of their records.
 #pragma once
 
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -22,6 +22,7 @@ class RegionTest : public BoardTest {
     m.add_host({.number = 5, .protocol = "fcoe", .fabric = 0x1000000000fab000});
     m.add_host({.number = 6, .pci_device = 0x7a10});
     scan();
+    driver_ = m.bsg().vendor(7);
   }
 
   sim::Host &host(uint32_t board) { return *m.host(static_cast<int>(board) + 3); }
@@ -38,8 +39,10 @@ class RegionTest : public BoardTest {
     bytes.resize(1024, fill);
     return bytes;
   }
-  static const uint8_t *bytes_at(const std::string &text) {
-    return reinterpret_cast<const uint8_t *>(text.data());
+  // One record of a foreign type, behind which the next one begins at `offset`.
+  static std::string until(size_t offset) {
+    return "30" + to_hex(std::string(1, static_cast<char>((offset - 8) / 4 - 1))) + "5a5a" +
+           std::string(2 * (offset - 12), '7');
   }
   static uint8_t *bytes_at(std::string &text) { return reinterpret_cast<uint8_t *>(text.data()); }
 
@@ -57,9 +60,45 @@ class RegionTest : public BoardTest {
       if (command[2] == 0x1b) return true;
     return false;
   }
+  void expect_lines(const std::string &prefix, std::initializer_list<const char *> lines) {
+    for (const char *line : lines)
+      EXPECT_TRUE(m.logged(prefix + line)) << line;
+  }
+
+  // How much of the reply to a dump comes back, and how much the driver says it was; 0: the truth.
+  struct Cut {
+    size_t length = 4096;
+    uint32_t said = 0;
+  };
+  void cut_replies(Cut cut) {
+    m.bsg().on_vendor(7, [this, cut](sim::BsgCall &call) {
+      driver_(call);
+      if (call.data_out[2] != 0x17) return;
+      call.data_in.resize(cut.length);
+      call.received = cut.said;
+    });
+  }
+
+  // Arbitrary records, the same ones each time.
+  uint32_t pick(uint32_t below) { return random_() % below; }
+  static std::string byte(uint32_t value) { return std::string(1, static_cast<char>(value)); }
+  std::string noise(size_t words) {
+    std::string bytes;
+    for (size_t i = 0; i < 4 * words; ++i)
+      bytes += byte(pick(3) ? pick(256) : 0xff);
+    return bytes;
+  }
+  std::string foreign_record(std::initializer_list<uint8_t> types, uint32_t most_words) {
+    const uint8_t type = types.begin()[pick(static_cast<uint32_t>(types.size()))];
+    const uint32_t words = pick(most_words);
+    return byte(type) + byte(words) + (type == 0xa2 ? byte(0) + byte(0x20) : noise(1).substr(0, 2)) +
+           noise(words);
+  }
 
  private:
   size_t seen_ = 0;
+  sim::BsgHandler driver_;
+  std::mt19937 random_{7};
 };
 
 // A walk along region 23 of its own, for what must survive an edit.

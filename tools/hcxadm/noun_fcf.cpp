@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // "fcf": the forwarders that an FCoE port knows, and the list of those that it may use. "fip": its FIP parameters.
 #include <bit>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -233,6 +234,28 @@ Fip read_fip(const Board &board) {
   return fip;
 }
 
+// The library answers with defaults for a region that it could not read, too. A change on top of these would take away
+// what flash holds.
+void check_stored(const Board &board, const HCX_FCoEParam &param) {
+  constexpr uint32_t fip_record = 0xa0, no_record = static_cast<uint32_t>(-ENOENT);
+  uint8_t image[1024] = {};
+  int32_t at = 0;
+  uint16_t status = 0;
+  const uint32_t result = get_r23_TLV(number_of(board), fip_record, image, &at, &status);
+  if (result == no_record || status == 0xfffd) return;
+  if (result == 0 && at >= 0 && at <= 1012) {
+    const uint8_t *record = image + at;
+    const int vlan = (record[3] & 1) != 0 ? record[8] | record[9] << 8 : 0;
+    if (memcmp(record + 4, param.FCMap, sizeof param.FCMap) == 0 && vlan == param.VLanId) return;
+  }
+  throw Failure({.status = kFailed,
+                 .tried = "reading the FIP parameters",
+                 .board = board.name(),
+                 .code = {},
+                 .name = "region 23 cannot be read",
+                 .todo = "\"hcxadm region show\" tells why"});
+}
+
 void get_fip(Context &ctx, const std::string &name) {
   ctx.document(fip_schema);
   ctx.show(make_table(fip_schema, fip_columns, std::vector<Fip>{read_fip(ctx.boards.find(name))}),
@@ -259,6 +282,7 @@ void set_fip(Context &ctx, const std::string &name, const std::string &fc_map, c
   if (fc_map.empty() && vlan.empty()) throw usage_failure("nothing to set", "give --fc-map, --vlan or both");
   const Board &board = ctx.boards.find(name);
   const Fip before = read_fip(board);
+  check_stored(board, before.param);
   HCX_FCoEParam wanted = before.param;
   if (!fc_map.empty()) parse_fc_map(fc_map, wanted);
   if (!vlan.empty())

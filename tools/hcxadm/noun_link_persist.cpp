@@ -8,7 +8,7 @@ namespace {
 
 constexpr Schema schema{"hcxadm.link.persist", 1, 0};
 constexpr uint32_t driver_record = 0xa2;
-constexpr uint32_t not_supported = 2, foreign = 3;
+constexpr uint32_t unusable = 1, not_supported = 2, refused = 3;
 
 struct Row {
   Board board;
@@ -22,14 +22,28 @@ const ColumnOf<Row> columns[] = {
      [](const Row &r) { return r.down; }},
 };
 
+// What stands in region 23, as far as a write is concerned.
+enum class Contents { kept, none, foreign };
+Contents contents(const Board &board) {
+  constexpr uint32_t bad_signature = 3;
+  std::vector<uint8_t> image(1024);
+  int32_t offset = 0;
+  uint16_t status = 0;
+  const uint32_t result = get_r23_TLV(number_of(board), driver_record, image.data(), &offset, &status);
+  if (status == 0xfffd || status == 0xfff7) return Contents::none;
+  return result == bad_signature ? Contents::foreign : Contents::kept;
+}
+
 Failure failure(uint32_t result, const std::string &tried, const Board &board) {
-  if (result == foreign)
-    return Failure({.status = kFailed,
+  if (result == refused) {
+    const bool foreign = contents(board) == Contents::foreign;
+    return Failure({.status = foreign ? kFailed : kNoSuch,
                     .tried = tried,
                     .board = board.name(),
                     .code = result,
-                    .name = "region 23 has another signature",
-                    .todo = "\"hcxadm region dump\" shows its bytes"});
+                    .name = foreign ? "region 23 has another signature" : "its PCI device is not known",
+                    .todo = foreign ? "\"hcxadm region dump\" shows its bytes" : ""});
+  }
   if (static_cast<int32_t>(result) < 0)
     return Failure({.status = kFailed,
                     .tried = tried,
@@ -60,12 +74,14 @@ void show(Context &ctx, const std::string &name) {
 
 // What a write does to the region besides; empty: nothing that would be missed.
 std::string price(const Board &board) {
-  std::vector<uint8_t> image(1024);
-  int32_t offset = 0;
-  uint16_t status = 0;
-  const uint32_t result = get_r23_TLV(number_of(board), driver_record, image.data(), &offset, &status);
-  if (status == 0xfffd || status == 0xfff7) return "; region 23 is not initialised and will be";
-  return result == foreign ? "; region 23 has another signature, WHAT IT HOLDS WILL BE LOST" : "";
+  switch (contents(board)) {
+    case Contents::none:
+      return "; region 23 is not initialised and will be";
+    case Contents::foreign:
+      return "; region 23 has another signature, WHAT IT HOLDS WILL BE LOST";
+    default:
+      return "";
+  }
 }
 
 Lines lines(const Value &down) {
@@ -80,7 +96,10 @@ void set(Context &ctx, const std::string &name, bool down) {
   const std::string tried = down ? "holding the link down" : "letting the link come up";
   uint16_t before = 0;
   const uint32_t readable = HCX_GetPersistLinkDown(number_of(board), &before);
-  if (readable != 0 && readable != foreign) throw failure(readable, tried, board);
+  // A setting that cannot be read can be written all the same: a damaged one is mended.
+  const bool writable =
+      readable == 0 || readable == unusable || (readable == refused && contents(board) == Contents::foreign);
+  if (!writable) throw failure(readable, tried, board);
   if (!confirm_change(ctx, lines(readable == 0 ? Value(before != 0) : Value()), lines(down),
                       (down ? "hold the link of " + board.name() + " down from its next reset on"
                             : "let the link of " + board.name() + " come up after its next reset") +
