@@ -282,8 +282,8 @@ TEST_F(Parameters, RefusedChangeIsAnError) {
   start();
   expect_told(SetCfgParam(0, nodev_tmo, 5), 1, "SetCfgParam - board 0 idx 3 did not update vosk_nodev_tmo");
   machine.clear_records();
-  EXPECT_EQ(SetCfgParam(0, topology, 1), 1U);
-  expect_told(written().size(), 2, "SetCfgParam - board 0 idx 4 did not update vosk_topology");
+  expect_told(SetCfgParam(0, topology, 1), 1, "SetCfgParam - board 0 idx 4 did not update vosk_topology");
+  EXPECT_EQ(written().size(), 2U);
   expect_nothing_held();
 }
 

@@ -65,10 +65,9 @@ TEST_F(LoopbackTest, DataComesBack) {
 
 TEST_F(LoopbackTest, RefusalsSendNothing) {
   machine.add_host();
-  sim::Host &no_mode = machine.add_host({.sli = 0});
+  machine.add_host({.sli = 0});
   machine.add_host({.protocol = "fcoe"});
   start();
-  (void)no_mode;
   expect_told(HCX_ConfigLoopback(0, 3, 100), 3, "HCX_ConfigLoopback - board 0 type 3 invalid");
   EXPECT_EQ(HCX_ConfigLoopback(0, 0, 100), 3U);
   expect_told(HCX_ConfigLoopback(1, 1, 100), 1, "HCX_ConfigLoopback - board 1 sli 0 invalid");

@@ -258,7 +258,7 @@ TEST_F(MboxExtTest, BusyFirmwareIsAskedAgainWithTheSameData) {
   EXPECT_EQ(status(), 253u);
 }
 
-TEST_F(MboxExtTest, FaultsLeaveNothingBehind) {
+TEST_F(MboxExtTest, FailingRequestsAreTold) {
   firmware = [](sim::BsgCall &call) { call.data_in.replace(0, 4, hex("00009b00")); };
   for (const uint32_t mode : {MAILBOX_READ, MAILBOX_WRITE}) {
     const auto issue = [&] {

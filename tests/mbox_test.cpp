@@ -178,8 +178,9 @@ TEST_F(MboxTest, SizesAreBounded) {
   }
   command(MBX_READ_NV);
   EXPECT_EQ(IssueMboxGeneric(sli4, block(), 513, 256), 1u);
-  EXPECT_EQ(IssueMboxGeneric(sli4, block(), 64, 2049), 1u);
-  expect_told(status(), 252, "IssueMboxGeneric - board 0 max incnt 512 incnt 64 max outcnt 2048 outcnt 2049");
+  expect_told(IssueMboxGeneric(sli4, block(), 64, 2049), 1,
+              "IssueMboxGeneric - board 0 max incnt 512 incnt 64 max outcnt 2048 outcnt 2049");
+  EXPECT_EQ(status(), 252u);
 }
 
 TEST_F(MboxTest, DataReachTheirPlaces) {
@@ -415,7 +416,7 @@ TEST_F(MboxTest, RevisionAndBridgeVariables) {
   EXPECT_EQ(TibraMBXvar(sli3, first, nullptr), 1u);
 }
 
-TEST_F(MboxTest, FaultsLeaveNothingBehind) {
+TEST_F(MboxTest, FailingRequestsSetTheStatus) {
   uint8_t ext[64] = {};
   const std::pair<const char *, std::function<uint32_t()>> entries[] = {
       {"Generic", [&] { return IssueMboxGeneric(sli4, command(MBX_READ_NV), 64, 256); }},
@@ -430,8 +431,8 @@ TEST_F(MboxTest, FaultsLeaveNothingBehind) {
     });
   }
   m.fail({.verb = sim::Verb::lock, .error = EIO});
-  EXPECT_EQ(IssueMboxGeneric(sli4, command(MBX_READ_NV), 64, 256), 1u);
-  expect_told(status(), 252, "IssueMboxEx - mailbox lock failed");
+  expect_told(IssueMboxGeneric(sli4, command(MBX_READ_NV), 64, 256), 1, "IssueMboxEx - mailbox lock failed");
+  EXPECT_EQ(status(), 252u);
 }
 
 // Nothing is held while a front end waits for a busy firmware.
