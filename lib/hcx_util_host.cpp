@@ -135,6 +135,13 @@ int write_online(const Path &path, const char *text) {
   return 0;
 }
 
+// One that cannot be opened, for want of descriptors for example, is there all the same.
+bool dir_missing(const char *dir) {
+  HCX_LOG_PATH(dir);
+  const Fd opened(sysio::machine().open(dir, O_RDONLY | O_DIRECTORY));
+  return opened.get() == -ENOENT || opened.get() == -ENOTDIR;
+}
+
 }  // namespace
 
 namespace hcx {
@@ -154,8 +161,8 @@ bool is_physical_port(const char *name) {
 }
 
 int tree_generation() {
-  if (hcx_sysfs_test_dir("/sys/class/fc_remote_ports")) return LK2_6_12;
-  return hcx_sysfs_test_dir("/sys/class/fc_host") ? RHEL4 : SLES9;
+  if (!dir_missing("/sys/class/fc_remote_ports")) return LK2_6_12;
+  return dir_missing("/sys/class/fc_host") ? SLES9 : RHEL4;
 }
 
 HostRef board_host(uint32_t board) {
