@@ -116,6 +116,14 @@ class HostileMachine : public hcx::sysio::Machine {
     memcpy(buf, said.data(), n);
     return static_cast<ssize_t>(n);
   }
+  int list_at(int dir, const char *name, const char *prefix, std::vector<std::string> &names) override {
+    file(dir);
+    return list(name, prefix, names);
+  }
+  ssize_t read_link_at(int dir, const char *name, char *buf, size_t size) override {
+    file(dir);
+    return read_link(name, buf, size);
+  }
   int rename(const char *, const char *) override { return refuses() ? error() : 0; }
   int sync(int fd) override {
     file(fd);

@@ -97,9 +97,8 @@ class KeepErrno {
   int saved_;
 };
 
-void refresh_if_old() {
-  if (sysio::machine().now() - logging_start_time.load(std::memory_order_relaxed) > kRefreshSeconds)
-    libhcx_open_syslog();
+bool is_old() {
+  return sysio::machine().now() - logging_start_time.load(std::memory_order_relaxed) > kRefreshSeconds;
 }
 
 void emit(const char *text) {
@@ -130,10 +129,12 @@ void libhcx_open_syslog() {
 using namespace hcx;
 
 __attribute__((noinline)) void libhcx_syslog(uint32_t enabled, const char *format, ...) {
-  KeepErrno keep;
-  refresh_if_old();
-  uint32_t current = mask().load(std::memory_order_relaxed);
+  // Most calls end here: several are made for every attribute that is read.
+  if (is_old()) libhcx_open_syslog();
+  const uint32_t current = mask().load(std::memory_order_relaxed);
   if (!(enabled & current) || !format) return;
+
+  KeepErrno keep;
   if (current & LOG_BACKTRACE) libhcx_backtrace();
 
   char line[1024];

@@ -62,12 +62,12 @@ int set_event_result(int error, uint32_t length) {
 constexpr size_t set_event_req_id =
     offsetof(fc_bsg_request, rqst_data.h_vendor.vendor_cmd) + offsetof(set_ct_event, ev_req_id);
 
-// The node to ask for the revision: board 0's, or the first physical host's while no board has a number.
+// The node to ask for the revision: board 0's, or the first physical host's while no board has a number. Nothing of
+// the inventory is asked for, so that it need not be fresh: start-up would read its first board twice.
 int open_any_board() {
-  hcx::HostRef board = hcx::board_host(0);
-  if (board) {
-    board.drop();
-    return map_board_to_bsg(0);
+  if (const hcx::HostRef board = hcx::board_host(0)) {
+    const int fd = map_host_to_bsg(board.get());
+    return fd > 0 ? fd : no_node;
   }
   for (hcx_host *host = hcx::host_list(); host; host = host->next) {
     if (!hcx::is_physical_port(hcx::Text<20>("host%u", host->id).c_str())) continue;

@@ -245,19 +245,19 @@ uint32_t IssueMboxEx(uint32_t board, uint8_t *mb, uint8_t *pMbExt, uint8_t mbOff
     fail(mb);
     return 1;
   }
-  const auto request = heap_array<uint8_t>(buffer_size);
-  const auto reply = heap_array<uint8_t>(buffer_size);
-  if (!request || !reply) {
+  const auto buffers = heap_array<uint8_t>(size_t{2} * buffer_size);
+  if (!buffers) {
     port.release();
     fail(mb);
     HCX_LOG(LOG_ERROR, "malloc failed");
     return 1;
   }
-  fill_request(x, request.get());
+  uint8_t *const request = buffers.get(), *const reply = request + buffer_size;
+  fill_request(x, request);
   const int received =
-      bsg::exchange_mailbox(port.host(), request.get(), reply.get(), mbOffset, inExtWLen, outExtWLen, &came);
+      bsg::exchange_mailbox(port.host(), request, reply, mbOffset, inExtWLen, outExtWLen, &came);
   port.release();
-  return conclude(x, received, reply.get());
+  return conclude(x, received, reply);
 }
 
 namespace {

@@ -50,6 +50,25 @@ uint32_t fill_mapping(const hcx_host *host, HBA_FCPSCSIENTRY *entries, uint32_t 
   return count;
 }
 
+// What GetFcpTargetMapping() does. `fresh`: the board was scanned a moment ago.
+uint32_t map_targets(uint32_t board, bool fresh, HBA_FCPTARGETMAPPING *mapping) {
+  constexpr char caller[] = "GetFcpTargetMapping";
+  libhcx_syslog(LOG_TRACE, "%s()", caller);
+  if (!mapping) return HBA_STATUS_ERROR_ARG;
+  HostRef host = board_host(board);
+  if (!fresh) host = rescan(std::move(host));
+  if (!host) {
+    mapping->NumberOfEntries = 0;
+    libhcx_syslog(LOG_ERROR, "%s - no host on board %d", caller, board);
+    return HBA_STATUS_OK;
+  }
+  const uint32_t room = mapping->NumberOfEntries;
+  mapping->NumberOfEntries = fill_mapping(host.get(), mapping->entry, room);
+  if (mapping->NumberOfEntries <= room) return HBA_STATUS_OK;
+  libhcx_syslog(LOG_HBAAPI, "%s - more data on board %d", caller, board);
+  return HBA_STATUS_ERROR_MORE_DATA;
+}
+
 constexpr uint32_t kPageSize = 255;
 
 // Takes the first descriptor of a device identification page. What the target says of its length is cut to
@@ -81,19 +100,7 @@ void ask_identification(uint32_t board, HBA_FCPSCSIENTRYV2 *entry) {
 using namespace hcx;
 
 extern "C" uint32_t GetFcpTargetMapping(uint32_t board, HBA_FCPTARGETMAPPING *mapping) {
-  HCX_TRACE();
-  if (!mapping) return HBA_STATUS_ERROR_ARG;
-  const HostRef host = rescan(board_host(board));
-  if (!host) {
-    mapping->NumberOfEntries = 0;
-    HCX_LOG(LOG_ERROR, "no host on board %d", board);
-    return HBA_STATUS_OK;
-  }
-  const uint32_t room = mapping->NumberOfEntries;
-  mapping->NumberOfEntries = fill_mapping(host.get(), mapping->entry, room);
-  if (mapping->NumberOfEntries <= room) return HBA_STATUS_OK;
-  HCX_LOG(LOG_HBAAPI, "more data on board %d", board);
-  return HBA_STATUS_ERROR_MORE_DATA;
+  return map_targets(board, false, mapping);
 }
 
 extern "C" uint32_t HCX_GetFcpTargetMappingV2(uint32_t board, HBA_WWN hbaPortWWN,
@@ -120,7 +127,7 @@ extern "C" uint32_t HCX_GetFcpTargetMappingV2(uint32_t board, HBA_WWN hbaPortWWN
   }
   auto *mapping = reinterpret_cast<HBA_FCPTARGETMAPPING *>(block.get());
   mapping->NumberOfEntries = mapping2->NumberOfEntries;
-  const uint32_t result = GetFcpTargetMapping(board, mapping);
+  const uint32_t result = map_targets(board, true, mapping);  // the attributes came from a scan
   if (result == HBA_STATUS_ERROR_MORE_DATA) {
     mapping2->NumberOfEntries = mapping->NumberOfEntries;
     HCX_LOG(LOG_HBAAPI, "more data on board %d", board);

@@ -120,7 +120,7 @@ LunNode node_of(hcx_lun *lun) {
   const char *name = hcx_lun_to_file_name(lun);
   if (name) {
     node.has_name = true;
-    node.name = Path("%s", name);
+    node.name.assign(name);
   }
   return node;
 }

@@ -98,19 +98,26 @@ class PosixMachine final : public Machine {
     return result(rc);
   }
 
-  // Straight from the kernel: opendir() allocates 32 KiB and asks for the kind of file, once per LUN of a scan.
   int list(const char *path, const char *prefix, std::vector<std::string> &names) override {
-    const int dir = open(path, O_RDONLY | O_DIRECTORY, 0);
-    if (dir < 0) return dir;
+    return list_at(AT_FDCWD, path, prefix, names);
+  }
+
+  // Straight from the kernel: opendir() allocates 32 KiB and asks for the kind of file, once per LUN of a scan.
+  int list_at(int at, const char *path, const char *prefix, std::vector<std::string> &names) override {
+    int dir;
+    do {
+      dir = ::openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    } while (dir < 0 && errno == EINTR);
+    if (dir < 0) return -errno;
     const size_t length = strlen(prefix);
     alignas(dirent64) char entries[8192];
     ssize_t filled;
     int rc = 0;
     try {
       while ((filled = ::getdents64(dir, entries, sizeof entries)) > 0) {
-        for (ssize_t at = 0; at < filled;) {
-          const auto *entry = reinterpret_cast<const dirent64 *>(entries + at);
-          at += entry->d_reclen;
+        for (ssize_t next = 0; next < filled;) {
+          const auto *entry = reinterpret_cast<const dirent64 *>(entries + next);
+          next += entry->d_reclen;
           const char *name = entry->d_name;
           if (strncmp(name, prefix, length) == 0 && strcmp(name, ".") != 0 && strcmp(name, "..") != 0)
             names.emplace_back(name);
@@ -125,7 +132,11 @@ class PosixMachine final : public Machine {
   }
 
   ssize_t read_link(const char *path, char *buf, size_t size) override {
-    ssize_t n = ::readlink(path, buf, size);
+    return read_link_at(AT_FDCWD, path, buf, size);
+  }
+
+  ssize_t read_link_at(int dir, const char *name, char *buf, size_t size) override {
+    ssize_t n = ::readlinkat(dir, name, buf, size);
     return n < 0 ? -errno : n;
   }
 

@@ -55,6 +55,9 @@ class Machine {
   virtual int list(const char *path, const char *prefix, std::vector<std::string> &names) = 0;
   // Text of a symbolic link, not terminated; its length.
   virtual ssize_t read_link(const char *path, char *buf, size_t size) = 0;
+  // The same for names in a directory that open() gave with O_PATH | O_DIRECTORY; "." is that directory.
+  virtual int list_at(int dir, const char *name, const char *prefix, std::vector<std::string> &names) = 0;
+  virtual ssize_t read_link_at(int dir, const char *name, char *buf, size_t size) = 0;
   virtual int unlink(const char *path) = 0;
   virtual int rename(const char *from, const char *to) = 0;
   // Until what was written, or a directory's entries, are on disk.

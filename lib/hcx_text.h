@@ -18,6 +18,12 @@ class Text {
     vsnprintf(text_, Size, format, args);
     va_end(args);
   }
+  // A text that is there already.
+  void assign(const char *text) {
+    const size_t length = strnlen(text, Size - 1);
+    memcpy(text_, text, length);
+    text_[length] = '\0';
+  }
   const char *c_str() const { return text_; }
   char *data() { return text_; }
   static constexpr size_t size() { return Size; }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "hcx_util_attr.h"
 #include "hcx_util_scan.h"
 
 using namespace hcx;
@@ -275,9 +276,12 @@ int hcx_host_drv_ver(hcx_host *host, char *buff, int count) {
 
 int hcx_get_sli_mode(hcx_host *host) {
   HCX_TRACE();
-  const char *text = host && host->firmware_revision ? strstr(host->firmware_revision, ", sli-") : nullptr;
-  int mode;
-  return text && sscanf(text, ", sli-%d", &mode) == 1 ? mode : -1;
+  constexpr char word[] = ", sli-";
+  const char *text = host && host->firmware_revision ? strstr(host->firmware_revision, word) : nullptr;
+  if (!text) return -1;
+  // Asked for several times in every mailbox command, too often for sscanf().
+  const auto mode = scan_decimal(text + strlen(word));
+  return mode ? static_cast<int>(*mode) : -1;
 }
 
 int hcx_get_sli4_if_type(hcx_host *host) {

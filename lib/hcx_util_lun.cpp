@@ -45,61 +45,82 @@ bool lun_numbers(const ClassListing::Range &names, std::vector<uint64_t> &ids, c
   return true;
 }
 
-// The first entry of `dir` that contains `word`; empty when there is none.
-// False when the directory cannot be listed.
-bool find_entry(const char *dir, const char *word, std::string *found) {
-  std::vector<std::string> names;
-  if (sysio::list_sorted(dir, "", names) < 0) return false;
-  for (std::string &name : names)
-    if (name.find(word) != std::string::npos) {
-      *found = std::move(name);
-      break;
-    }
-  return true;
-}
+// "/sys/class/scsi_device/H:0:T:L/device" and what stands in it. Kept open: the way there leads over two links, which
+// the kernel then follows once and not for every name. Where it does not open, the names are asked for by path.
+class DeviceDir {
+ public:
+  DeviceDir(uint32_t host_no, uint32_t target, uint64_t lun)
+      : path_("%s/%d:0:%d:%lld/device", kScsiDeviceClass, static_cast<int>(host_no), static_cast<int>(target),
+              static_cast<long long>(lun)),
+        dir_(sysio::machine().open(path_.c_str(), O_PATH | O_DIRECTORY)) {}
 
-// Older kernels name the link after the device: "device/block:sdb".
-bool named_link_tail(const char *dir, const char *word, Path *tail) {
-  std::string entry;
-  if (!find_entry(dir, word, &entry) || entry.empty()) return false;
-  return link_tail(Path("%s/%s", dir, entry.c_str()).c_str(), tail);
-}
+  // The last component of what a link points to, with its "/"; false when it does not resolve, has none, or has one
+  // for which a Path has no room behind "/dev".
+  bool link_tail(const char *name, Path *tail, int *error = nullptr) const {
+    // With room for every link there is: the last component of a text that was cut would name another device.
+    char target[PATH_MAX];
+    const ssize_t length = read_link(name, target, sizeof target - 1);
+    if (error) *error = length < 0 ? static_cast<int>(length) : 0;
+    if (length <= 0) return false;
+    target[length] = '\0';
+    const char *slash = strrchr(target, '/');
+    if (!slash || strlen("/dev") + strlen(slash) >= Path::size()) return false;
+    snprintf(tail->data(), Path::size(), "%s", slash);
+    return true;
+  }
+
+  // The first entry of a directory in here that contains `word`; empty when there is none.
+  // False when the directory cannot be listed.
+  bool find_entry(const char *name, const char *word, std::string *found) const {
+    std::vector<std::string> names;
+    if (list(name, names) < 0) return false;
+    for (std::string &entry : names)
+      if (entry.find(word) != std::string::npos && (found->empty() || entry < *found))
+        *found = std::move(entry);
+    return true;
+  }
+
+  // Older kernels name the link after the device: "device/block:sdb".
+  bool named_link_tail(const char *word, Path *tail) const {
+    std::string entry;
+    return find_entry(".", word, &entry) && !entry.empty() && link_tail(entry.c_str(), tail);
+  }
+
+ private:
+  ssize_t read_link(const char *name, char *buf, size_t size) const {
+    if (dir_.ok()) return sysio::machine().read_link_at(dir_.get(), name, buf, size);
+    return sysio::machine().read_link(Path("%s/%s", path_.c_str(), name).c_str(), buf, size);
+  }
+  int list(const char *name, std::vector<std::string> &names) const {
+    if (dir_.ok()) return sysio::machine().list_at(dir_.get(), name, "", names);
+    return sysio::machine().list(Path("%s/%s", path_.c_str(), name).c_str(), "", names);
+  }
+
+  Path path_;
+  Fd dir_;
+};
 
 // Newer kernels have a directory with one entry, the disk. `link_error`: what reading it as a link gave.
-void block_name_from_directory(hcx_lun *lun, const char *block_dir, const char *device_dir, int link_error) {
+void block_name_from_directory(hcx_lun *lun, const DeviceDir &device, int link_error) {
   std::string entry;
-  if (link_error != -ENOENT && find_entry(block_dir, "s", &entry)) {
+  if (link_error != -ENOENT && device.find_entry("block", "s", &entry)) {
     if (!entry.empty()) store_name(&lun->block_dev, Path("/dev/%s", entry.c_str() + entry.find('s')));
     return;
   }
   Path tail;
-  if (named_link_tail(device_dir, "block:", &tail)) store_name(&lun->block_dev, Path("/dev%s", tail.c_str()));
+  if (device.named_link_tail("block:", &tail)) store_name(&lun->block_dev, Path("/dev%s", tail.c_str()));
 }
 
-// "/sys/class/scsi_device/H:0:T:L/device" and what stands in it.
-struct DevicePaths {
-  DevicePaths(uint32_t host_no, uint32_t target, uint64_t lun)
-      : h(static_cast<int>(host_no)), t(static_cast<int>(target)), l(static_cast<long long>(lun)) {}
-  Path device() const { return Path("/sys/class/scsi_device/%d:0:%d:%lld/device", h, t, l); }
-  Path generic() const { return Path("/sys/class/scsi_device/%d:0:%d:%lld/device/generic", h, t, l); }
-  Path block() const { return Path("/sys/class/scsi_device/%d:0:%d:%lld/device/block", h, t, l); }
-  Path tape() const { return Path("/sys/class/scsi_device/%d:0:%d:%lld/device/tape", h, t, l); }
-  int h, t;
-  long long l;
-};
-
-void scan_device_names(hcx_lun *lun, const DevicePaths &paths) {
+void scan_device_names(hcx_lun *lun, const DeviceDir &device) {
   Path tail;
-  if (link_tail(paths.generic().c_str(), &tail))
-    store_name(&lun->generic_scsi_dev, Path("/dev%s", tail.c_str()));
+  if (device.link_tail("generic", &tail)) store_name(&lun->generic_scsi_dev, Path("/dev%s", tail.c_str()));
   int block_error = 0;
-  const Path block = paths.block();
-  if (link_tail(block.c_str(), &tail, &block_error))
+  if (device.link_tail("block", &tail, &block_error))
     store_name(&lun->block_dev, Path("/dev%s", tail.c_str()));
-  else if (link_tail(paths.tape().c_str(), &tail))
+  else if (device.link_tail("tape", &tail))
     store_name(&lun->tape_dev, Path("/dev%s", tail.c_str()));
   else
-    block_name_from_directory(lun, block.c_str(), paths.device().c_str(), block_error);
+    block_name_from_directory(lun, device, block_error);
 }
 
 // The Linux number of a LUN given as its eight bytes: two 16-bit words, the low one first.
@@ -142,19 +163,6 @@ bool ClassListing::find(const char *prefix, Range *range) {
   auto last = std::partition_point(
       first, names_.end(), [=](const std::string &name) { return name.compare(0, length, prefix) == 0; });
   *range = {names_.data() + (first - names_.begin()), names_.data() + (last - names_.begin())};
-  return true;
-}
-
-bool link_tail(const char *path, Path *tail, int *error) {
-  // With room for every link there is: the last component of a text that was cut would name another device.
-  char target[PATH_MAX];
-  ssize_t length = sysio::machine().read_link(path, target, sizeof target - 1);
-  if (error) *error = length < 0 ? static_cast<int>(length) : 0;
-  if (length <= 0) return false;
-  target[length] = '\0';
-  const char *slash = strrchr(target, '/');
-  if (!slash || strlen("/dev") + strlen(slash) >= Path::size()) return false;
-  snprintf(tail->data(), Path::size(), "%s", slash);
   return true;
 }
 
@@ -222,7 +230,7 @@ void hcx_sysfs_scan_lun(hcx_lun *lun) {
   }
   hcx_lun_clean(lun);
   no_throw(0, [=] {
-    scan_device_names(lun, DevicePaths(lun->port->host->id, lun->port->scsi_target_id, lun->id));
+    scan_device_names(lun, DeviceDir(lun->port->host->id, lun->port->scsi_target_id, lun->id));
     return 0;
   });
 }
@@ -231,12 +239,10 @@ int hcx_get_lun_file_name(uint32_t host_id, uint32_t target_id, uint64_t lun_id,
   HCX_TRACE();
   if (!dev_name) return -1;
   return no_throw(-1, [=] {
-    const DevicePaths paths(host_id, target_id, linux_lun(lun_id));
-    const Path device = paths.device();
+    const DeviceDir device(host_id, target_id, linux_lun(lun_id));
     Path tail;
-    if (!link_tail(paths.generic().c_str(), &tail) && !link_tail(paths.block().c_str(), &tail) &&
-        !named_link_tail(device.c_str(), "scsi_generic:", &tail) &&
-        !named_link_tail(device.c_str(), "block:", &tail))
+    if (!device.link_tail("generic", &tail) && !device.link_tail("block", &tail) &&
+        !device.named_link_tail("scsi_generic:", &tail) && !device.named_link_tail("block:", &tail))
       return -1;
     snprintf(dev_name, Path::size(), "/dev%s", tail.c_str());
     return 0;

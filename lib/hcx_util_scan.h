@@ -81,8 +81,4 @@ void hcx_sysfs_scan_rports(hcx_host *host, ClassListing &rports, ClassListing &d
 void hcx_sysfs_scan_rport(hcx_port *port, ClassListing &devices);
 void hcx_sysfs_scan_luns(hcx_port *rport, ClassListing &devices);
 
-// The last component of what the link at `path` points to, with its "/"; false when it does not resolve, has none, or
-// has one for which a Path has no room behind "/dev".
-bool link_tail(const char *path, Path *tail, int *error = nullptr);
-
 }  // namespace hcx

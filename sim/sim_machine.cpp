@@ -434,6 +434,25 @@ ssize_t Machine::read_link(const char *path, char *buf, size_t size) {
   return static_cast<ssize_t>(length);
 }
 
+// A directory may have gone since it was opened, and its name may mean another one now.
+std::string Machine::below(int dir, const char *name) {
+  const OpenFile *opened = file(dir);
+  if (!opened || !opened->node || opened->node->removed) return {};
+  return std::string_view(name) == "." ? opened->path : opened->path + "/" + name;
+}
+
+int Machine::list_at(int dir, const char *name, const char *prefix, std::vector<std::string> &names) {
+  const std::lock_guard guard(mutex_);
+  const std::string path = below(dir, name);
+  return path.empty() ? -ENOENT : list(path.c_str(), prefix, names);
+}
+
+ssize_t Machine::read_link_at(int dir, const char *name, char *buf, size_t size) {
+  const std::lock_guard guard(mutex_);
+  const std::string path = below(dir, name);
+  return path.empty() ? -ENOENT : read_link(path.c_str(), buf, size);
+}
+
 int Machine::unlink(const char *path) {
   const std::lock_guard guard(mutex_);
   if (const int rc = enter(Verb::unlink, path); rc != 0) return rc;

@@ -222,6 +222,8 @@ class Machine : public hcx::sysio::Machine {
   int truncate(int fd, off_t size) override;
   int list(const char *path, const char *prefix, std::vector<std::string> &names) override;
   ssize_t read_link(const char *path, char *buf, size_t size) override;
+  int list_at(int dir, const char *name, const char *prefix, std::vector<std::string> &names) override;
+  ssize_t read_link_at(int dir, const char *name, char *buf, size_t size) override;
   int unlink(const char *path) override;
   int rename(const char *from, const char *to) override;
   int sync(int fd) override;
@@ -279,6 +281,8 @@ class Machine : public hcx::sysio::Machine {
   void fill();
   int enter(Verb verb, std::string_view path, size_t *limit = nullptr);
   OpenFile *file(int fd);
+  // The path of a name in an open directory; empty when that is no longer there.
+  std::string below(int dir, const char *name);
   int permitted(const Node &node, int flags) const;
   int open_plain(const char *path, int flags, mode_t mode);
   std::string plain_path(std::string_view path) const;

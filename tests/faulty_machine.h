@@ -78,6 +78,12 @@ class FaultyMachine final : public hcx::sysio::Machine {
   ssize_t read_link(const char *path, char *buf, size_t size) override {
     return pass(Verb::read_link, [&] { return behind_.read_link(path, buf, size); });
   }
+  int list_at(int dir, const char *name, const char *prefix, std::vector<std::string> &names) override {
+    return pass(Verb::list, [&] { return behind_.list_at(dir, name, prefix, names); });
+  }
+  ssize_t read_link_at(int dir, const char *name, char *buf, size_t size) override {
+    return pass(Verb::read_link, [&] { return behind_.read_link_at(dir, name, buf, size); });
+  }
   int unlink(const char *path) override {
     return pass(Verb::unlink, [&] { return behind_.unlink(path); });
   }

@@ -3,6 +3,9 @@
 // files: locks between processes, the speed of start-up. Any thread, as the machine below.
 #pragma once
 
+#include <limits.h>
+
+#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,6 +32,12 @@ class RootedMachine : public hcx::sysio::Machine {
   }
   ssize_t read_link(const char *path, char *buf, size_t size) override {
     return real_.read_link(at(path).c_str(), buf, size);
+  }
+  int list_at(int dir, const char *name, const char *prefix, std::vector<std::string> &names) override {
+    return real_.list_at(dir, name, prefix, names);
+  }
+  ssize_t read_link_at(int dir, const char *name, char *buf, size_t size) override {
+    return real_.read_link_at(dir, name, buf, size);
   }
   int unlink(const char *path) override { return real_.unlink(at(path).c_str()); }
   int rename(const char *from, const char *to) override {
@@ -59,7 +68,18 @@ class RootedMachine : public hcx::sysio::Machine {
   void syslog(int, const char *) override {}
 
  protected:
-  std::string at(const char *path) const { return root_ + path; }
+  // A path below the folder, put together without allocation: it is done for every call that is measured.
+  class At {
+   public:
+    At(const std::string &root, const char *path) {
+      snprintf(text_, sizeof text_, "%s%s", root.c_str(), path);
+    }
+    [[nodiscard]] const char *c_str() const { return text_; }
+
+   private:
+    char text_[PATH_MAX];
+  };
+  [[nodiscard]] At at(const char *path) const { return {root_, path}; }
 
   hcx::sysio::Machine &real_;
 
