@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The FCoE calls: forwarders as the adapter lists them, connect list and FIP parameters in region 23, byte for byte.
-#include <functional>
-
 #include "region_machine.h"
 
 namespace {
@@ -51,14 +49,26 @@ class Fcoe : public RegionTest {
     param.VLanId = vlan;
     return HCX_FCoESetParams(fcoe, &param);
   }
-  // The call fails with this line, and not one byte of flash is written.
-  void expect_refused(const std::string &line, const std::optional<std::string> &bytes,
-                      const std::function<uint32_t()> &call) {
+  // The list, or the parameters, are not written: the call fails with this line.
+  void expect_refused(bool list, const std::string &line, const std::string &bytes) {
     set_flash(fcoe, bytes);
     commands();
-    EXPECT_EQ(call(), 1u) << line;
+    EXPECT_EQ(list ? set_list({}) : set_param("\x0e\xfc\x09", 1, 1), 1u) << line;
     EXPECT_FALSE(wrote()) << line;
-    EXPECT_TRUE(m.logged(line)) << line;
+    const std::string call = list ? "HCX_FCoESetFCFConnectList" : "HCX_FCoESetParams";
+    EXPECT_TRUE(m.logged(call + " - board 2 " + line)) << line;
+  }
+  void expect_not_found(const std::string &bytes) {
+    m.clear_records();
+    expect_refused(true, "did not find connection record in region 23", bytes);
+    expect_refused(false, "did not find parameter record in region 23", bytes);
+  }
+  // A connect list with every fifth of its records in use.
+  static std::string four_entries() {
+    std::string entries;
+    for (int i = 0; i < 16; ++i)
+      entries += i % 5 == 0 ? "0001 0000 6161616161616161 6262626262626262 " : std::string(40, '0');
+    return list_record(entries);
   }
 };
 
@@ -177,24 +187,7 @@ TEST_F(Fcoe, ConnectListByteForByte) {
   EXPECT_EQ(to_hex(flash(fcoe)), to_hex(image(list_record(one) + end)));
 }
 
-TEST_F(Fcoe, ConnectListRefusals) {
-  std::string sixteen;
-  for (int i = 0; i < 16; ++i)
-    sixteen += i % 5 == 0 ? "0001 0000 6161616161616161 6262626262626262 " : std::string(40, '0');
-  const std::string record = list_record(sixteen);
-  set_flash(fcoe, image(until(688) + end));
-  EXPECT_EQ(set_list({}), 0u) << "the last place";
-  const std::pair<const char *, std::optional<std::string>> refused[] = {
-      {"no space left in region 23", image(until(696) + end)},
-      {"no space left in region 23", image(until(696) + record + "ff")},
-      {"bad internal length 79 or version 1", image("a14f0105 ff000000")},
-      {"did not find connection record in region 23", image("")},
-      {"did not find connection record in region 23", ""},
-      {"did not find connection record in region 23", std::string(1024, 'x')},
-  };
-  for (const auto &[line, bytes] : refused)
-    expect_refused(std::string("HCX_FCoESetFCFConnectList - board 2 ") + line, bytes,
-                   [&] { return set_list({}); });
+TEST_F(Fcoe, ConnectListEntries) {
   set_flash(fcoe, image(end));
   EXPECT_EQ(set_list({entry(0x3f, 1, 'a', 'b'), entry(0x40, 1, 'a', 'b')}), 5u);
   Connect list(17);
@@ -204,20 +197,13 @@ TEST_F(Fcoe, ConnectListRefusals) {
   expect_lines("HCX_FCoESetFCFConnectList - ",
                {"entry(1) invalid flags x00000040 mask x0000003f", "board 2 bad numberOfEntries 17 max 16"});
   // Reading: four in use, room for two.
-  set_flash(fcoe, image(record + "ff"));
+  set_flash(fcoe, image(four_entries() + "ff"));
   Connect back(2);
   EXPECT_EQ(HCX_FCoEGetFCFConnectList(fcoe, back.list()), 7u);
   EXPECT_EQ(back.list()->numberOfEntries, 4);
   EXPECT_EQ(bytes_of(back.entry(1).fabricName, 8), "aaaaaaaa");
   EXPECT_EQ(back.bytes[4 + 2 * 22], '\x5a') << "nothing behind the room";
-  for (const std::string &bytes : {image(end), image(""), std::string(), std::string(1024, 'x')}) {
-    set_flash(fcoe, bytes);
-    back.list()->numberOfEntries = 2;
-    EXPECT_EQ(HCX_FCoEGetFCFConnectList(fcoe, back.list()), 0u);
-    EXPECT_EQ(back.list()->numberOfEntries, 0);
-    EXPECT_EQ(back.list()->maxNumOfEntries, 16);
-  }
-  set_flash(fcoe, image(until(700) + record));
+  set_flash(fcoe, image(until(700) + four_entries()));
   EXPECT_EQ(HCX_FCoEGetFCFConnectList(fcoe, back.list()), 1u);
 }
 
@@ -250,25 +236,8 @@ TEST_F(Fcoe, ParametersByteForByte) {
     EXPECT_EQ(param.VLanValid, 1) << "as applications know it";
     EXPECT_EQ(param.VLanId, c.valid ? c.vlan : 0);
   }
-  const std::pair<const char *, std::optional<std::string>> refused[] = {
-      {"no space left in region 23", image(until(1008) + end)},
-      {"bad internal length 3 or version 1", image("a0030101 0efc0000 03ea0000 00000000 ff")},
-      {"bad internal length 2 or version 2", image("a0020201 0efc0000 03ea0000 ff")},
-      {"did not find parameter record in region 23", image("")},
-      {"did not find parameter record in region 23", ""},
-      {"did not find parameter record in region 23", std::string(1024, 'x')},
-  };
-  for (const auto &[line, bytes] : refused)
-    expect_refused(std::string("HCX_FCoESetParams - board 2 ") + line, bytes,
-                   [&] { return set_param("\x0e\xfc\x00", 1, 1); });
   EXPECT_EQ(set_param("\x0e\xfc\x00", 2, 1), 1u);
   EXPECT_TRUE(m.logged("HCX_FCoESetParams - board 2 bad VLanValid 2 must be 0 or 1"));
-  for (const std::string &bytes : {image(end), image(""), std::string(), std::string(1024, 'x')}) {
-    set_flash(fcoe, bytes);
-    param.VLanId = 9;
-    EXPECT_EQ(HCX_FCoEGetParams(fcoe, &param), 0u);
-    EXPECT_EQ(to_hex(bytes_of(&param, sizeof param)), "010000000efc00010000");
-  }
   set_flash(fcoe, image("a0030101 0efc0000 03ea0000 00000000 ff"));
   EXPECT_EQ(HCX_FCoEGetParams(fcoe, &param), 1u);
   set_flash(fcoe, image(until(1016) + "a0020101"));
@@ -276,27 +245,48 @@ TEST_F(Fcoe, ParametersByteForByte) {
   expect_lines("HCX_FCoEGetParams - board 2 ", {"bad length 3 or version 1", "no space left in region 23"});
 }
 
-// What did not come, or failed behind a part that came, costs no record.
-TEST_F(Fcoe, ARegionIsNotMadeFromHalfAnAnswer) {
-  const std::string before = image(fip + end);
-  const auto refused = [&] {
-    for (const bool list : {false, true}) {
-      set_flash(fcoe, before);
-      EXPECT_EQ(list ? set_list({}) : set_param("\x0e\xfc\x09", 1, 1), 1u);
-      EXPECT_EQ(flash(fcoe), before);
-    }
+TEST_F(Fcoe, PlacesThatAreRefused) {
+  set_flash(fcoe, image(until(688) + end));
+  EXPECT_EQ(set_list({}), 0u) << "the last place";
+  const struct {
+    bool list;
+    const char *line;
+    std::string bytes;
+  } cases[] = {
+      {true, "no space left in region 23", image(until(696) + end)},
+      {true, "no space left in region 23", image(until(696) + four_entries() + "ff")},
+      {true, "bad internal length 79 or version 1", image("a14f0105 ff000000")},
+      {false, "no space left in region 23", image(until(1008) + end)},
+      {false, "bad internal length 3 or version 1", image("a0030101 0efc0000 03ea0000 00000000 ff")},
+      {false, "bad internal length 2 or version 2", image("a0020201 0efc0000 03ea0000 ff")},
   };
-  for (const Cut cut : {Cut{256}, {1279, 4096}, {4096, 1279}, {20}}) {
-    cut_replies(cut);
-    refused();
+  for (const auto &c : cases)
+    expect_refused(c.list, c.line, c.bytes);
+  // Without the record it is read as a default; what cannot be read, or has no end, is not written either.
+  for (const std::string &bytes : {image(end), image(""), std::string(), std::string(1024, 'x')}) {
+    set_flash(fcoe, bytes);
+    Connect back(2);
+    EXPECT_EQ(HCX_FCoEGetFCFConnectList(fcoe, back.list()), 0u);
+    EXPECT_EQ(back.list()->numberOfEntries, 0);
+    EXPECT_EQ(back.list()->maxNumOfEntries, 16);
+    HCX_FCoEParam param{};
+    param.version = 1;
+    param.VLanId = 9;
+    EXPECT_EQ(HCX_FCoEGetParams(fcoe, &param), 0u);
+    EXPECT_EQ(to_hex(bytes_of(&param, sizeof param)), "010000000efc00010000");
+    if (bytes != image(end)) expect_not_found(bytes);
   }
+  // What did not come, or failed behind a part that came, costs no record.
+  const std::string before = image(fip + end);
+  cut_replies({256, 4096});
+  expect_not_found(before);
   cut_replies({});
   adapter(fcoe).handlers[23] = [&](MailboxCall &call) {
     if (call.word(2) >> 16) return call.set_status(0xfffd);
     call.set_word(6, 512);
     call.result = before.substr(0, 512);
   };
-  refused();
+  expect_not_found(before);
 }
 
 // What each call refuses first: no record, a version, no board, a port that is no FCoE port.

@@ -198,20 +198,4 @@ TEST_F(Qos, LinkSpeed) {
   EXPECT_EQ(HCX_GetQoSLinkSpeed(fc, nullptr), 1u);
 }
 
-TEST_F(Qos, NothingIsLeftUnderFaults) {
-  Table two = table({entry("s", 9), entry("stfl", 200)});
-  const std::string given = two.bytes;
-  sweep_faults([&] {
-    two.bytes = given;
-    return HCX_QoSSetConfig(fc, two.get());
-  });
-  sweep_faults([&] {
-    Table got(2);
-    return HCX_QoSGetConfig(fc, got.get());
-  });
-  sweep_faults([&] { return HCX_QoSSetGlobalFlag(fc, 1); });
-  uint32_t flag;
-  sweep_faults([&] { return HCX_QoSGetGlobalFlag(fc, &flag); });
-}
-
 }  // namespace

@@ -65,10 +65,10 @@ TEST_F(Region23, FindsRecords) {
 }
 
 TEST_F(Region23, Init) {
+  std::string bytes(1024, '?');
   int32_t offset = 77, info = 77;
   for (const uint32_t board : {fc, old_fc}) {
     set_flash(board, {});
-    std::string bytes(1024, '?');
     EXPECT_EQ(initRegion23(board, bytes_at(bytes), &offset, &info), 0u);
     EXPECT_EQ(offset, 8);
     EXPECT_EQ(info, 0);
@@ -78,10 +78,9 @@ TEST_F(Region23, Init) {
     EXPECT_EQ(initRegion23(board, bytes_at(bytes), &offset, &info), 2u);
     EXPECT_EQ(offset, -1);
   }
-  uint8_t byte;
   EXPECT_EQ(initRegion23(fc, nullptr, &offset, &info), 1u);
-  EXPECT_EQ(initRegion23(fc, &byte, nullptr, &info), 1u);
-  EXPECT_EQ(initRegion23(fc, &byte, &offset, nullptr), 1u);
+  EXPECT_EQ(initRegion23(fc, bytes_at(bytes), nullptr, &info), 1u);
+  EXPECT_EQ(initRegion23(fc, bytes_at(bytes), &offset, nullptr), 1u);
 }
 
 TEST_F(Region23, Create) {

@@ -50,7 +50,7 @@ class RegionTest : public BoardTest {
   std::vector<std::string> commands() {
     const std::vector<sim::Request> all = m.requests();
     std::vector<std::string> fresh;
-    for (size_t i = seen_; i < all.size(); ++i)
+    for (size_t i = std::min(seen_, all.size()); i < all.size(); ++i)
       if (all[i].command == 7) fresh.push_back(all[i].data_out);
     seen_ = all.size();
     return fresh;

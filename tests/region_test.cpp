@@ -265,9 +265,10 @@ TEST_F(Region, RefusedArguments) {
   for (const auto &[got, wanted] : calls)
     EXPECT_EQ(got, wanted) << "call " << index++;
   EXPECT_EQ(commands().size(), 0u) << "nothing of this was sent";
-  expect_lines("getRegionData - ", {"no pBuffer", "no pLength", "board 9 invalid sliMode -1"});
-  expect_lines("HCX_IssueDumpMBox - ",
-               {"no pBuffer", "no pLength", "length is zero", "board 1 sliMode 3 not supported"});
+  for (const std::string call : {"getRegionData", "HCX_IssueDumpMBox", "setRegionData"})
+    expect_lines(call + " - ", {"no pBuffer", "no pLength"});
+  expect_lines("getRegionData - ", {"board 9 invalid sliMode -1"});
+  expect_lines("HCX_IssueDumpMBox - ", {"length is zero", "board 1 sliMode 3 not supported"});
   // "type 4" and "type 3" are the boards' SLI modes.
   expect_lines("setRegionData - ",
                {"no pBuffer", "no pLength", "board 9 invalid sliMode -1", "board 0 type 4 not supported",
