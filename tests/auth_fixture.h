@@ -23,7 +23,8 @@ inline const std::string config_line = "CONFIG " + mine + "45 1 0 1:0:0:0 1:2:0:
 inline const std::string password_line = "PASSWORD " + mine + "1 secretsecret 2 0102030405060708\n";
 // Lines that every change must leave alone.
 inline const std::string foreign =
-    "# Comment\nport = 5\nCerts beef\n\nPASSWORD 1 2 1 othersecret 3 0\nCONFIG 1 2 45\n" +
+    "# Comment\nport = 5\nCerts beef\n\nPASSWORD 1 2 1 othersecret 3 0\nCONFIG 1 2 45\nCONFIG "
+    "10000000C9000003g 5006016000000001 45\n" +
     std::string(5000, 'C') + " 1 2\n";
 
 inline HBA_WWN wwn(uint64_t name) {

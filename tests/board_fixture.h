@@ -54,29 +54,6 @@ class BoardTest : public ::testing::Test {
     EXPECT_EQ(result, expected) << line;
     EXPECT_TRUE(m.logged(line)) << line;
   }
-  // Fails the first, second, ... call of the machine until `call` is through, once and then for good: whatever it
-  // returns, nothing is left, and it works again without the fault.
-  template <class Call>
-  void sweep_faults(Call call) {
-    const auto good = call();
-    for (const bool persistent : {false, true}) {
-      bool hit = true;
-      for (int nth = 1; hit && nth < 2000; ++nth) {
-        m.fail_nth(nth, persistent);
-        call();
-        hit = m.fault_hit();
-        m.clear_faults();
-        const std::string when = "after fault " + std::to_string(nth) + (persistent ? " persistent" : "");
-        expect_nothing_left(when);
-        ASSERT_FALSE(::testing::Test::HasFailure()) << when;
-      }
-      EXPECT_FALSE(hit) << "never got through";
-      // A rescan during a fault may have lost ports; the next one finds them again.
-      call();
-      EXPECT_EQ(call(), good);
-    }
-  }
-
   static HBA_WWN wwn(uint64_t value) {
     HBA_WWN name;
     hcx::wwn_store(name.wwn, value);

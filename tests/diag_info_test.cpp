@@ -167,6 +167,7 @@ TEST_F(DiagInfo, LinkStates) {
       {"Linkdown", "Link Down - User disabled now", nullptr, 1, 3, 0},
       {"Linkdown", "Link Down", "0", 1, 3, 0},
       {"Linkdown", "Link Down", "1", 1, 5, 0},
+      {"Linkdown", "Link Down", "2", 1, 3, 0},
       {"Linkdown", "Link Down - User disabled", "1", 7, 5, 1},
       {"Offline", "Link Down", "1", 0, 3, 0},
   };
@@ -190,6 +191,9 @@ TEST_F(DiagInfo, LinkStates) {
   m.vfs().remove(host.scsi_dir() + "state");
   EXPECT_EQ(linkDownUser(0), 0);
   expect_told(linkDownUser(2), 0, "linkDownUser - board 2 no host");
+  m.vfs().remove("/sys/class/fc_host/host3");
+  expect_told(hcx_sysfs_read_mlomode(&hcx_host_list->port), 8,
+              "hcx_sysfs_read_mlomode - stale data on /sys/class/fc_host/host3/");
 }
 
 TEST_F(DiagInfo, LinkCountersAndFailures) {
