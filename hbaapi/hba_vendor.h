@@ -32,6 +32,12 @@ enum : HBA_STATUS {  // beyond those of hbaapi.h
   HBA_STATUS_ERROR_UNSUPPORTED_FC4 = 28
 };
 
+enum : HBA_UINT32 {  // what a port's callback is told
+  HBA_EVENT_PORT_OFFLINE = 0x201,
+  HBA_EVENT_PORT_ONLINE = 0x202,
+  HBA_EVENT_PORT_FABRIC = 0x204
+};
+
 constexpr HBA_UINT32 HBA_LIBVERSION = 2;
 
 struct HBA_LibraryAttributes {

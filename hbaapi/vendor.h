@@ -66,6 +66,13 @@ HBA_STATUS get_persistent_binding_v2(HBA_HANDLE handle, HBA_WWN name, HBA_FCPBIN
 HBA_STATUS get_event_buffer(HBA_HANDLE handle, HBA_EVENTINFO *events, HBA_UINT32 *count);
 HBA_STATUS get_rnid_mgmt_info(HBA_HANDLE handle, HBA_MGMTINFO *info);
 
+// vendor_event.cpp: callbacks
+using PortCallback = void (*)(void *data, HBA_WWN port, HBA_UINT32 event, HBA_UINT32 page);
+HBA_STATUS register_for_port_events(PortCallback function, void *data, HBA_HANDLE handle, HBA_WWN name,
+                                    HBA_CALLBACKHANDLE *callback);
+HBA_STATUS remove_callback(HBA_CALLBACKHANDLE callback);
+void remove_all_callbacks();
+
 // vendor_request.cpp: what is sent to the fabric and to targets
 HBA_STATUS send_ct(HBA_HANDLE handle, void *request, HBA_UINT32 request_size, void *reply, HBA_UINT32 room);
 HBA_STATUS send_ct_v2(HBA_HANDLE handle, HBA_WWN name, void *request, HBA_UINT32 request_size, void *reply,

@@ -102,6 +102,7 @@ HBA_STATUS free_library() {
   Library &all = library();
   const std::unique_lock<std::shared_mutex> lock(all.mutex);
   if (!all.loaded) return HBA_STATUS_OK;
+  remove_all_callbacks();
   all.adapters.clear();
   all.loaded = false;
   HCX_FreeDiagEnv();

@@ -46,6 +46,8 @@ constexpr HBA_ENTRYPOINTSV2 second() {
   table.ScsiReportLUNsV2Handler = report_luns_v2;
   table.ScsiReadCapacityV2Handler = read_capacity_v2;
   table.GetVendorLibraryAttributesHandler = get_vendor_library_attributes;
+  table.RegisterForAdapterPortEventsHandler = register_for_port_events;
+  table.RemoveCallbackHandler = remove_callback;
   table.GetFC4StatisticsHandler = get_fc4_statistics;
   return table;
 }

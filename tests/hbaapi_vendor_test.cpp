@@ -2,7 +2,12 @@
 // The vendor library of the HBA API wrapper, through the tables that it registers: handles, what is refused, and what
 // it makes of the library's results.
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 #include "board_fixture.h"
 #include "hba_vendor.h"
@@ -17,6 +22,7 @@ class Vendor : public BoardTest {
   void SetUp() override {
     BoardTest::SetUp();
     sim::Host &host = m.add_host({.number = 3, .wwpn = kPort, .wwnn = kNode});
+    board = &host;
     host.set_scsi("modelname", "QF16002");
     sim::Rport &target = host.add_rport({.wwpn = kTarget});
     target.add_lun({.lun = 0});
@@ -45,6 +51,7 @@ class Vendor : public BoardTest {
   HBA_ENTRYPOINTSV2 v2 = {};
   HBA_ENTRYPOINTS &v1 = v2.v1;
   HBA_HANDLE handle = 0;
+  sim::Host *board = nullptr;
 };
 
 TEST_F(Vendor, TablesAgreeAndRefuseNull) {
@@ -231,6 +238,57 @@ TEST_F(Vendor, ScsiCommandsBringStatusAndSense) {
   uint8_t luns[24];
   ASSERT_EQ(v1.ReportLUNsHandler(handle, wwn(kTarget), luns, sizeof luns, sense, 18), 0u);
   EXPECT_EQ(bytes_of(luns, 24), std::string("\0\0\0\x10\0\0\0\0\0\0\0\0\0\0\0\0\0\5\0\0\0\0\0\0", 24));
+}
+
+// What callbacks were told, in order.
+struct Told {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::string> lines;
+
+  static void hear(void *data, HBA_WWN port, HBA_UINT32 event, HBA_UINT32 page) {
+    char line[80];
+    snprintf(line, sizeof line, "%s %02x %x %06x", static_cast<const char *>(data), port.wwn[7], event, page);
+    const std::lock_guard guard(told.mutex);
+    told.lines.emplace_back(line);
+    told.changed.notify_all();
+  }
+  std::vector<std::string> wait(size_t count) {
+    std::unique_lock guard(mutex);
+    changed.wait_for(guard, std::chrono::seconds(20), [&] { return lines.size() >= count; });
+    return std::exchange(lines, {});
+  }
+  static Told told;
+};
+Told Told::told;
+
+TEST_F(Vendor, CallbacksOfAPort) {
+  using Lines = std::vector<std::string>;
+  char a[] = "a";
+  char b[] = "b";
+  HBA_CALLBACKHANDLE one = nullptr;
+  HBA_CALLBACKHANDLE two = nullptr;
+  auto &listen = v2.RegisterForAdapterPortEventsHandler;
+  EXPECT_EQ(listen(Told::hear, a, handle + 7, wwn(kPort), &one), 3u);
+  EXPECT_EQ(listen(Told::hear, a, handle, wwn(kOther), &one), 5u);
+  EXPECT_EQ(listen(nullptr, a, handle, wwn(kPort), &one), 4u);
+  EXPECT_EQ(listen(Told::hear, a, handle, wwn(kPort), nullptr), 4u);
+  ASSERT_EQ(listen(Told::hear, a, handle, wwn(kPort), &one), 0u);
+  ASSERT_EQ(listen(Told::hear, b, handle, wwn(kPort), &two), 0u);
+  m.events().link_down(*board);
+  EXPECT_EQ(Told::told.wait(2), (Lines{"a c3 201 000000", "b c3 201 000000"}));
+  EXPECT_EQ(v2.RemoveCallbackHandler(one), 0u);
+  EXPECT_EQ(v2.RemoveCallbackHandler(one), 3u);
+  m.events().link_up(*board);
+  m.events().rscn(*board, {0x010500, 0x010600});
+  EXPECT_EQ(Told::told.wait(3), (Lines{"b c3 202 000000", "b c3 204 010500", "b c3 204 010600"}));
+  // A board has room for eight listeners of libhcx: callbacks come and go without using them up.
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_EQ(v2.RemoveCallbackHandler(two), 0u);
+    ASSERT_EQ(listen(Told::hear, b, handle, wwn(kPort), &two), 0u);
+  }
+  v1.FreeLibraryHandler();
+  EXPECT_EQ(v2.RemoveCallbackHandler(two), 3u) << "unloading removes them";
 }
 
 }  // namespace
