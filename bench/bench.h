@@ -95,7 +95,7 @@ inline void row(const std::string &what, int rounds, double count, double calls,
   }
   char text[16] = "";
   if (calls > 0) snprintf(text, sizeof text, "%.1f", calls);
-  printf("%-38s %9.2f %9.2f %7.2f %7s\n", what.c_str(), median(ours) / count * 1e6,
+  printf("%-38s %9.3f %9.3f %7.2f %7s\n", what.c_str(), median(ours) / count * 1e6,
          median(bare) / count * 1e6, median(ratios), text);
   fflush(stdout);
 }

@@ -16,9 +16,9 @@ constexpr char host_node[] = "fc_host";
 constexpr char rport_class[] = "/sys/class/fc_remote_ports";
 
 struct HostNode {
-  explicit HostNode(uint32_t host_no)
-      : name("%s%d", host_node, static_cast<int>(host_no)),
-        path("%s/%s%d", node_dir, host_node, static_cast<int>(host_no)) {}
+  explicit HostNode(uint32_t host_no) : name("%s%d", host_node, static_cast<int>(host_no)) {
+    path.assign(node_dir).append("/").append(name.c_str());
+  }
   bool usable() const { return find_bsg_device_mmm(node_dir, name.c_str()) != 0; }
   int open() const { return hcx::sysio::machine().open(path.c_str(), O_RDWR); }
 

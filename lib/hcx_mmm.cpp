@@ -63,8 +63,7 @@ int path_answer(const char *finder, const Row *rows, int index, const char *dir,
 // The class directory of an attribute's directory: "/sys/class/scsi_host" of "/sys/class/scsi_host/host3/".
 // False when the directory does not end in "/".
 bool class_dir(const char *dir, Path &class_path) {
-  char *path = class_path.data();
-  snprintf(path, Path::size(), "%s", dir);
+  char *path = class_path.assign(dir).data();
   // A host's statistics belong to the host. The remote ports' and virtual ports' classes may pass here too.
   if (begins_with(path, "/sys/class/f")) {
     if (char *statistics = strstr(path, "/statistics/")) statistics[1] = '\0';

@@ -115,8 +115,11 @@ void take_event(const fc_nl_event &event, const uint8_t *data, size_t length) {
                   event.snlh.msgtype);
     return;
   }
-  libhcx_syslog(LOG_NETLINK, "%s - pid %d post fc event - host%d num x%08x code x%08x", kCaller, getpid(),
-                event.host_no, event.event_num, event.event_code);
+  // Asking for the process id is a system call, too much for every event.
+  if (std::atomic_ref(libhcx_logging_enable).load(std::memory_order_relaxed) & LOG_NETLINK) {
+    libhcx_syslog(LOG_NETLINK, "%s - pid %d post fc event - host%d num x%08x code x%08x", kCaller, getpid(),
+                  event.host_no, event.event_num, event.event_code);
+  }
   if (!find_netlink_mmm(static_cast<int>(event.event_code), static_cast<int>(event.event_data))) return;
   post_fc_event(event.host_no, event.event_num, event.event_code, event.event_data);
   // A copy, because the data need not be aligned in the datagram, and the interface takes words.
@@ -203,9 +206,9 @@ void deliver() {
 }
 
 void listen(nl_handle *handle) {
+  const EventSignalBlock blocked;
   sigset_t waiting;
-  const sigset_t event = event_signal();
-  pthread_sigmask(SIG_BLOCK, &event, &waiting);
+  pthread_sigmask(SIG_BLOCK, nullptr, &waiting);
   sigdelset(&waiting, SIGUSR1);
   while (!listener_stopping()) {
     const int rc = sysio::machine().netlink_wait(handle, &waiting);

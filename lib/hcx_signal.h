@@ -8,9 +8,11 @@
 
 namespace hcx {
 
+// One inside another, as in the listener, which holds one from its beginning to its end, costs no system call.
 class EventSignalBlock {
  public:
   EventSignalBlock() {
+    if (depth++ > 0) return;
     sigset_t event;
     sigemptyset(&event);
     sigaddset(&event, SIGUSR1);
@@ -18,9 +20,12 @@ class EventSignalBlock {
   }
   EventSignalBlock(const EventSignalBlock &) = delete;
   EventSignalBlock &operator=(const EventSignalBlock &) = delete;
-  ~EventSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  ~EventSignalBlock() {
+    if (--depth == 0) pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
 
  private:
+  static inline thread_local int depth = 0;  // of those that the thread is in
   sigset_t before_;
 };
 

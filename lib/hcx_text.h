@@ -18,11 +18,16 @@ class Text {
     vsnprintf(text_, Size, format, args);
     va_end(args);
   }
-  // A text that is there already.
-  void assign(const char *text) {
-    const size_t length = strnlen(text, Size - 1);
-    memcpy(text_, text, length);
-    text_[length] = '\0';
+  // Texts that are there already, for what is done too often for printf().
+  Text &assign(const char *text) {
+    text_[0] = '\0';
+    return append(text);
+  }
+  Text &append(const char *text) {
+    const size_t before = strlen(text_), length = strnlen(text, Size - 1 - before);
+    memcpy(text_ + before, text, length);
+    text_[before + length] = '\0';
+    return *this;
   }
   const char *c_str() const { return text_; }
   char *data() { return text_; }

@@ -108,7 +108,8 @@ bool attr_offered(const char *dir, const char *file) {
 }
 
 Fd attr_open(const Attr &attr, int flags) {
-  const Path path("%s%s", attr.dir, attr.file);
+  Path path;
+  path.assign(attr.dir).append(attr.file);
   libhcx_syslog(LOG_DEVICE_NAME, "%s() - %s", attr.caller, path.c_str());
   Fd fd(sysio::machine().open(path.c_str(), flags));
   if (!fd.ok()) libhcx_syslog(LOG_ERROR, "%s - Open failed file %s in %s", attr.caller, attr.file, attr.dir);
