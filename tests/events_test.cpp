@@ -309,6 +309,7 @@ TEST_F(EventTest, CtRegistrationsGoAsAWhole) {
     EXPECT_EQ(add(0, 4, ct, 16, 0xfb), id);
   expect_told(add(0, 4, ct, 16, 0xfb), 0, "max events already registered");
   EXPECT_EQ(add(0, 0x84, ct, 16, 0xfb), 0u);
+  EXPECT_EQ(add(5, 4, ct, 16, 0xfb), 0u) << "no such board";
   EXPECT_EQ(m.processes().count(), 8u) << "nothing left of calls that failed";
   // More than there is room for, and a child whose parent has gone.
   HCX_unRegisterForEvent(0, 0);
