@@ -15,9 +15,9 @@ template <class Value, ByteOrder order>
 class Bytes {
  public:
   constexpr Bytes() = default;
-  // NOLINTNEXTLINE(google-explicit-constructor): a field is set and read like the integer that it holds
+  // A field is set and read like the integer that it holds.
   constexpr Bytes(Value value) { store(value); }
-  constexpr operator Value() const { return load(); }  // NOLINT(google-explicit-constructor)
+  constexpr operator Value() const { return load(); }
   constexpr Bytes &operator=(Value value) {
     store(value);
     return *this;

@@ -210,7 +210,7 @@ uint32_t conclude(const Exchange &x, int received, const uint8_t *reply) {
 uint32_t IssueMboxEx(uint32_t board, uint8_t *mb, uint8_t *pMbExt, uint8_t mbOffset, uint32_t inExtWLen,
                      uint32_t outExtWLen, uint32_t *arrived) {
   HCX_TRACE();
-  uint32_t unused;
+  uint32_t unused = 0;
   uint32_t &came = arrived ? *arrived : unused;
   came = 0;
   Exchange x = {.mb = mb,

@@ -136,7 +136,8 @@ void cut_out(uint32_t board, uint32_t index, bool shift, Removed *removed) {
 
 void release_registrations(Removed *removed) {
   // All are told to go before any is waited for: the kernel may hold each for a minute.
-  bool waiting[std::tuple_size_v<decltype(removed->all)>] = {};
+  std::array<bool, kEventBoards + kEventSlots> waiting = {};
+  static_assert(sizeof removed->all == sizeof removed->all[0] * waiting.size());
   for (size_t i = 0; i < removed->count; ++i)
     waiting[i] = kill_child(removed->all[i].board, removed->all[i].record);
   for (size_t i = 0; i < removed->count; ++i) {

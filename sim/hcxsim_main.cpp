@@ -337,6 +337,25 @@ int make_happen(sim::Machine &machine, const Happening &what) {
   return 0;
 }
 
+CLI::App *add_event(CLI::App &app, Happening &happening) {
+  auto *event = app.add_subcommand("event", "Make something happen to an adapter, for who listens now");
+  auto *script =
+      event->add_option("--script", happening.script,
+                        "Instead of one: lines of a host and what happens to it, or of \"wait MS\"");
+  auto *host = event->add_option("--host", happening.host, "Kernel host number")->excludes(script);
+  event->add_option("--count", happening.count, "So many times")->check(CLI::PositiveNumber);
+  event
+      ->add_option("KIND", happening.words,
+                   "link-down, link-up, rscn PAGE..., dump, temperature CODE CELSIUS, ct GSTYPE HEX, "
+                   "diag WHAT [WWPN [...]], raw CODE [HEX]")
+      ->needs(host);
+  event->callback([&happening] {
+    if (happening.script.empty() && happening.words.empty())
+      throw CLI::ValidationError("event", "give --host N and what happens, or --script FILE");
+  });
+  return event;
+}
+
 int main_with(int argc, char **argv) {
   // What stands behind "--" is the command's own, options included.
   char **split =
@@ -377,21 +396,7 @@ int main_with(int argc, char **argv) {
   }
   write->add_option("TEXT", options.text, "The line")->required();
   Happening happening;
-  auto *event = app.add_subcommand("event", "Make something happen to an adapter, for who listens now");
-  auto *script =
-      event->add_option("--script", happening.script,
-                        "Instead of one: lines of a host and what happens to it, or of \"wait MS\"");
-  auto *host = event->add_option("--host", happening.host, "Kernel host number")->excludes(script);
-  event->add_option("--count", happening.count, "So many times")->check(CLI::PositiveNumber);
-  event
-      ->add_option("KIND", happening.words,
-                   "link-down, link-up, rscn PAGE..., dump, temperature CODE CELSIUS, ct GSTYPE HEX, "
-                   "diag WHAT [WWPN [...]], raw CODE [HEX]")
-      ->needs(host);
-  event->callback([&] {
-    if (happening.script.empty() && happening.words.empty())
-      throw CLI::ValidationError("event", "give --host N and what happens, or --script FILE");
-  });
+  auto *event = add_event(app, happening);
   app.require_subcommand(0, 1);
   app.set_version_flag("--version", "hcxsim " HCXSIM_VERSION);
   try {

@@ -31,20 +31,19 @@ void *allocate(size_t size) noexcept {
 
 }  // namespace
 
-extern "C" void *__real_calloc(size_t count, size_t size);  // NOLINT(bugprone-reserved-identifier)
+extern "C" void *__real_calloc(size_t count, size_t size);
 
-extern "C" void *__wrap_calloc(size_t count, size_t size) {  // NOLINT(bugprone-reserved-identifier)
+extern "C" void *__wrap_calloc(size_t count, size_t size) {
   return due() ? nullptr : __real_calloc(count, size);
 }
 
-extern "C" char *__real_strdup(const char *text);  // NOLINT(bugprone-reserved-identifier)
+extern "C" char *__real_strdup(const char *text);
 
-extern "C" char *__wrap_strdup(const char *text) {  // NOLINT(bugprone-reserved-identifier)
+extern "C" char *__wrap_strdup(const char *text) {
   return counts_new && due() ? nullptr : __real_strdup(text);
 }
 
-extern "C" int __wrap_asprintf(char **text, const char *format,
-                               ...) {  // NOLINT(bugprone-reserved-identifier)
+extern "C" int __wrap_asprintf(char **text, const char *format, ...) {
   if (counts_new && due()) return -1;
   va_list args;
   va_start(args, format);

@@ -54,6 +54,7 @@ struct Sent {
   uint32_t timeout;
 };
 
+// Long: a table with a row for each command.
 TEST_F(BsgTest, BytesOfEveryVendorCommand) {
   constexpr char vendor_le[] = "ff000080 5a1d000000000001", vendor_be[] = "800000ff 0100000000001d5a";
   for (const uint32_t command : {2u, 3u, 4u, 5u, 8u, 9u, 10u, 12u, 13u})
