@@ -165,6 +165,7 @@ TEST_F(Admin, DriverThatStopsAnswering) {
   hcx_brdinfo ba[1];
   EXPECT_EQ(HCX_InitDiagEnv(ba, 1), 0u);
   EXPECT_EQ(hcx_host_list, nullptr);
+  EXPECT_TRUE(m.logged("open_voskhcx - Could not obtain hcx rev info from driver"));
   EXPECT_TRUE(m.logged("HCX_InitDiagEnv - open_voskhcx failed"));
   m.clear_faults();
   EXPECT_EQ(HCX_InitDiagEnv(ba, 1), 1u);
