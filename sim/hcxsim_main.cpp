@@ -141,6 +141,7 @@ void set_environment(const std::string &folder, const std::string &shim) {
   const std::string preload = before != nullptr && *before != '\0' ? shim + ":" + before : shim;
   ::setenv("LD_PRELOAD", preload.c_str(), 1);
   ::setenv("HCXSIM_STATE", folder.c_str(), 1);
+  ::setenv("HCXADM_RUN_DIR", (fs::path(folder) / "run").c_str(), 1);  // what hcxadm notes is of this machine
   // The sanitizers' runtime does not come first in a command that was built without them.
   const char *asan = std::getenv("ASAN_OPTIONS");
   const std::string options = std::string(asan != nullptr ? asan : "") + ":verify_asan_link_order=0";

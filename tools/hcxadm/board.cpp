@@ -198,6 +198,33 @@ std::vector<Port> Boards::ports(const Board &board) {
   return ports;
 }
 
+// The library lists no directories for others, so the numbers are tried. The kernel counts them up from 0 for each
+// host; a gap longer than this one hides what follows.
+std::vector<Port> Boards::lost_ports(const Board &board) {
+  constexpr uint32_t longest_gap = 64;
+  std::vector<Port> lost;
+  if (sysfs_ver < LK2_6_12) return lost;
+  const std::vector<Port> known = ports(board);
+  uint32_t end = longest_gap;
+  for (Port port; port.id < end; ++port.id) {
+    const auto same = [&](const Port &other) { return other.id == port.id; };
+    const bool listed = std::any_of(known.begin(), known.end(), same);
+    const std::string dir = board.rport_dir(port);
+    const Text name = listed ? Text() : attribute(dir, "port_name");
+    const std::optional<HBA_WWN> wwpn = name ? parse_wwn(*name) : std::nullopt;
+    if (listed || wwpn) end = port.id + 1 + longest_gap;
+    if (!wwpn) continue;
+    Port &found = lost.emplace_back();
+    found.id = port.id;
+    found.wwpn = *wwpn;
+    if (const Text node = attribute(dir, "node_name")) found.wwnn = parse_wwn(*node).value_or(HBA_WWN{});
+    found.port_id = static_cast<uint32_t>(number_attribute(dir, "port_id").value_or(0));
+    const Text roles = attribute(dir, "roles");
+    if (roles && roles->find("Target") != std::string::npos) found.roles = FC_RPORT_ROLE_FCP_TARGET;
+  }
+  return lost;
+}
+
 Text attribute(const std::string &dir, const char *file) {
   std::string buffer(attribute_size, '\0');
   if (!hcx_sysfs_read_str(dir.c_str(), file, buffer.data(), buffer.size())) return {};

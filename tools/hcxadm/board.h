@@ -90,6 +90,8 @@ class Boards {
   std::vector<Board> select(const std::string &name);
   // Remote ports with their LUNs, as the inventory has them.
   std::vector<Port> ports(const Board &board);
+  // Remote ports that the kernel still knows but the inventory leaves out, as they are not on-line.
+  std::vector<Port> lost_ports(const Board &board);
   void down();
 
  private:

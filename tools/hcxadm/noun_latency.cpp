@@ -4,7 +4,9 @@
 #include <cmath>
 
 #include "histogram.h"
+#include "interrupt.h"
 #include "nouns.h"
+#include "statistics.h"
 
 namespace hcxadm {
 namespace {
@@ -220,20 +222,22 @@ void add_rows(const Board &board, const Definition &definition, std::vector<Row>
   }
 }
 
-void show(Context &ctx, const std::string &name) {
-  ctx.document(show_schema);
-  const std::vector<Board> boards = ctx.boards.select(name);
+// A board that cannot be read is reported and left out; the others go on.
+std::vector<Row> rows_of(Context &ctx, const std::vector<Board> &boards) {
   std::vector<Row> rows;
-  if (!boards.empty()) {
-    const Definition definition = read_definition();
-    for (const Board &board : boards) {
-      try {
-        add_rows(board, definition, &rows);
-      } catch (const Failure &failure) {
-        ctx.report(failure.problem());
-      }
+  if (boards.empty()) return rows;
+  const Definition definition = read_definition();
+  for (const Board &board : boards) {
+    try {
+      add_rows(board, definition, &rows);
+    } catch (const Failure &failure) {
+      ctx.report(failure.problem());
     }
   }
+  return rows;
+}
+
+void show_rows(Context &ctx, const std::vector<Row> &rows) {
   // A person sees pictures, a program lines.
   if (ctx.json() || !(ctx.terminal.out || ctx.format == Format::table))
     return ctx.show(make_table(show_schema, columns, rows));
@@ -243,6 +247,11 @@ void show(Context &ctx, const std::string &name) {
             << (row.collecting ? "" : ", not collecting") << '\n';
     draw(ctx.out, row.histogram);
   }
+}
+
+void show(Context &ctx, const std::string &name) {
+  ctx.document(show_schema);
+  show_rows(ctx, rows_of(ctx, ctx.boards.select(name)));
 }
 
 int32_t start(uint32_t board) {
@@ -263,6 +272,68 @@ constexpr Control controls[] = {
     {"reset", "Set the counts to zero", "clearing the counts", reset, SD_OK},
 };
 
+// ---- One measurement ----
+
+// Collects on boards; at the end all is as it was: who collected before goes on, buckets that were made for this go.
+class Collection {
+ public:
+  explicit Collection(const std::vector<Board> &boards) {
+    if (boards.empty()) return;
+    made_ = is_bucket_set(boards[0].host) == 0;
+    if (made_)
+      check(HCX_SD_Set_Bucket(SD_IO_LATENCY_TYPE, SD_SEARCH_POWER_2, 0, ns_per_ms), "defining buckets");
+    for (const Board &board : boards) {
+      const int32_t result = start(static_cast<uint32_t>(board.number));
+      if (result == SD_OK)
+        started_.push_back(static_cast<uint32_t>(board.number));
+      else if (result != SD_ERROR_DATA_COLLECTION_ACTIVE && boards.size() == 1)
+        refused(result, board);
+    }
+  }
+  Collection(const Collection &) = delete;
+  Collection &operator=(const Collection &) = delete;
+  ~Collection() { end(); }
+
+ private:
+  void refused(int32_t result, const Board &board) {
+    end();
+    check(result, "starting the collection", board.name());
+  }
+  void end() {
+    for (const uint32_t board : started_)
+      stop(board);
+    started_.clear();
+    if (made_) HCX_SD_Destroy_Bucket(SD_IO_LATENCY_TYPE);
+    made_ = false;
+  }
+
+  bool made_ = false;
+  std::vector<uint32_t> started_;
+};
+
+void measure(Context &ctx, const std::string &name, double seconds) {
+  ctx.document(show_schema);
+  const std::vector<Board> boards = ctx.boards.select(name);
+  if (ctx.dry_run) {
+    ctx.note("would collect for " + std::to_string(seconds) + " seconds");
+    return;
+  }
+  const InterruptGuard interrupt;
+  const Collection collection(boards);
+  const std::vector<Row> before = rows_of(ctx, boards);
+  const double end = ticker.now() + seconds;
+  for (double left = seconds; left > 0 && InterruptGuard::caught() == 0; left = end - ticker.now())
+    ticker.sleep(std::min(left, 0.2));
+  std::vector<Row> rows = rows_of(ctx, boards);
+  for (Row &row : rows)
+    for (const Row &old : before)
+      if (old.board.number == row.board.number &&
+          std::equal(old.target.wwn, old.target.wwn + 8, row.target.wwn))
+        for (size_t i = 0; i < Histogram::buckets; ++i)
+          row.histogram.counts[i] -= std::min(row.histogram.counts[i], old.histogram.counts[i]);
+  show_rows(ctx, rows);
+}
+
 }  // namespace
 
 void add_latency(CLI::App &root, Context &ctx) {
@@ -271,6 +342,7 @@ void add_latency(CLI::App &root, Context &ctx) {
     std::string type;
     uint32_t base = 0;
     uint32_t step = 0;
+    double seconds = 10;
   };
   auto args = std::make_shared<Arguments>();
   CLI::App *noun = add_noun(root, "latency", "How long I/Os take, by target");
@@ -279,6 +351,12 @@ void add_latency(CLI::App &root, Context &ctx) {
                     [args](Context &c) { show(c, args->board); });
   CLI::App *verb = add_verb(*noun, "set", "Define the buckets, on every board", ctx,
                             [args](Context &c) { set(c, args->type, args->base, args->step); });
+  CLI::App *once = add_verb(*noun, "measure", "Collect for some seconds and show what was collected", ctx,
+                            [args](Context &c) { measure(c, args->board, args->seconds); });
+  arguments(*once);
+  once->add_option("--seconds", args->seconds, "How long, 10 unless given")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
   const auto milliseconds = CLI::Range(0U, UINT32_MAX / ns_per_ms).description("");
   verb->add_option("TYPE", args->type,
                    "linear: BASE, BASE+STEP, BASE+2*STEP ...; power2: BASE+STEP, BASE+2*STEP, "

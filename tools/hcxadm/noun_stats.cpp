@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // "stats": the counters of the boards, or how fast they grow.
-#include <cmath>
 #include <sstream>
 
 #include "nouns.h"
@@ -11,10 +10,12 @@ namespace {
 
 constexpr Schema stats_schema{"hcxadm.stats", 1, 0};
 constexpr Schema watch_schema{"hcxadm.stats.watch", 1, 0};
+constexpr Schema moved_schema{"hcxadm.stats.moved", 1, 0};
 
 struct Arguments {
   std::string board;
   double watch = 0;
+  double moved = 0;
   unsigned count = 0;
   bool reset = false;
 };
@@ -34,19 +35,8 @@ Table counter_table(const std::vector<std::pair<Board, Sample>> &samples) {
   return table;
 }
 
-// Rates are shown with one decimal: more is noise of the clock.
 Value rounded(const std::optional<double> &rate, double factor = 1) {
-  return rate ? Value(std::round(*rate * factor * 10) / 10) : Value();
-}
-
-constexpr size_t error_counters[] = {7, 8, 9, 10, 11, 12, 13, 14};
-
-// All errors together, of those counters that there are.
-std::optional<double> error_rate(const Rates &rates) {
-  std::optional<double> sum;
-  for (size_t i : error_counters)
-    if (rates[i]) sum = sum.value_or(0) + *rates[i];
-  return sum;
+  return rate ? Value(rounded_rate(*rate * factor)) : Value();
 }
 
 Table watch_table() {
@@ -77,7 +67,7 @@ Table watch_table() {
 
 std::vector<Value> watch_row(const Board &board, double at, const Rates &rates) {
   constexpr double word = 4;
-  std::vector<Value> row = {Value(std::round(at * 10) / 10),
+  std::vector<Value> row = {Value(rounded_rate(at)),
                             Value(board.number),
                             Value("host" + std::to_string(board.host)),
                             rounded(rates[tx_frames_counter]),
@@ -160,8 +150,58 @@ void watch(Context &ctx, const Arguments &args, const std::vector<Board> &boards
   }
 }
 
+struct Moved {
+  Board board;
+  const Counter *counter;
+  uint64_t before, after;
+  double seconds;
+};
+
+// A counter that went back began anew: it moved, nobody knows how far.
+Value growth(const Moved &m) {
+  return m.after >= m.before ? Value(m.after - m.before) : Value();
+}
+
+const ColumnOf<Moved> moved_columns[] = {
+    {"board", "BOARD", Kind::number, In::rows, [](const Moved &m) { return Value(m.board.number); }},
+    {"host", "HOST", Kind::text, In::rows,
+     [](const Moved &m) { return Value("host" + std::to_string(m.board.host)); }},
+    {"counter", "COUNTER", Kind::text, In::rows, [](const Moved &m) { return Value(m.counter->key); }},
+    {"before", "BEFORE", Kind::number, In::rows, [](const Moved &m) { return Value(m.before); }},
+    {"after", "AFTER", Kind::number, In::rows, [](const Moved &m) { return Value(m.after); }},
+    {"growth", "GROWTH", Kind::number, In::rows, growth},
+    {"growth_per_second", "PER SECOND", Kind::number, In::rows,
+     [](const Moved &m) {
+       const Value value = growth(m);
+       return value.is_null() || m.seconds <= 0 ? Value()
+                                                : Value(rounded_rate(value.get<double>() / m.seconds));
+     }},
+};
+
+void show_moved(Context &ctx, double seconds, const std::vector<Board> &boards) {
+  std::vector<Watched> watched;
+  for (const Board &board : boards)
+    if (const std::optional<Sample> sample = try_sample(ctx, board))
+      watched.push_back({board, *sample, ticker.now()});
+  ticker.sleep(seconds);
+  std::vector<Moved> rows;
+  for (const Watched &one : watched) {
+    const std::optional<Sample> sample = try_sample(ctx, one.board);
+    const double passed = ticker.now() - one.at;
+    if (!sample) continue;
+    for (size_t i = seconds_counter + 1; i < counter_count; ++i) {
+      const std::optional<uint64_t> before = one.sample[i];
+      const std::optional<uint64_t> after = (*sample)[i];
+      if (before && after && *before != *after)
+        rows.push_back({one.board, &counters[i], *before, *after, passed});
+    }
+  }
+  ctx.show(make_table(moved_schema, moved_columns, rows));
+  if (rows.empty()) ctx.note("no counter moved");
+}
+
 void stats(Context &ctx, const Arguments &args) {
-  ctx.document(args.watch > 0 ? watch_schema : stats_schema);
+  ctx.document(args.watch > 0 ? watch_schema : args.moved > 0 ? moved_schema : stats_schema);
   if (args.watch <= 0 && args.count > 0)
     throw Failure({.status = kUsage,
                    .tried = "--count without --watch",
@@ -172,6 +212,7 @@ void stats(Context &ctx, const Arguments &args) {
   std::vector<Board> boards = ctx.boards.select(args.board);
   if (args.reset) std::erase_if(boards, [&](const Board &board) { return !try_reset(ctx, board); });
   if (args.watch > 0) return watch(ctx, args, boards);
+  if (args.moved > 0) return show_moved(ctx, args.moved, boards);
   std::vector<std::pair<Board, Sample>> samples;
   for (const Board &board : boards)
     if (const std::optional<Sample> sample = try_sample(ctx, board)) samples.emplace_back(board, *sample);
@@ -188,6 +229,10 @@ void add_stats(CLI::App &root, Context &ctx) {
   verb->add_option("--watch", args->watch, "Show the growth per second, every so many seconds")
       ->type_name("SECONDS")
       ->check(CLI::PositiveNumber);
+  verb->add_option("--moved", args->moved, "Show which counters move within so many seconds")
+      ->type_name("SECONDS")
+      ->check(CLI::PositiveNumber)
+      ->excludes("--watch");
   verb->add_option("--count", args->count, "With --watch: end after so many times")->type_name("N");
   verb->add_flag("--reset", args->reset, "Count from now on; ends with this command");
 }

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The nouns of the command line, in the order of the help text and the man page. A new noun is one line here
 // and one file noun_NAME.cpp that defines add_NAME(); its page is docs/man/hcxadm-NAME.8, its examples stand in
-// examples.cpp, its JSON in
-// docs/hcxadm.schema.json.
+// examples.cpp, the schemas of its JSON in docs/schema.
 #pragma once
 
 #include "hcxadm.h"
@@ -14,6 +13,7 @@
   NOUN(lun)                \
   NOUN(map)                \
   NOUN(stats)              \
+  NOUN(top)                \
   NOUN(link)               \
   NOUN(latency)            \
   NOUN(scsi)               \

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 #include "status.h"
@@ -95,6 +96,18 @@ Rates rates_between(const Sample &before, const Sample &after, double seconds) {
     if (before[i] && after[i] && *after[i] >= *before[i])
       rates[i] = static_cast<double>(*after[i] - *before[i]) / seconds;
   return rates;
+}
+
+std::optional<double> error_rate(const Rates &rates) {
+  static constexpr size_t error_counters[] = {7, 8, 9, 10, 11, 12, 13, 14};
+  std::optional<double> sum;
+  for (size_t i : error_counters)
+    if (rates[i]) sum = sum.value_or(0) + *rates[i];
+  return sum;
+}
+
+double rounded_rate(double rate) {
+  return std::round(rate * 10) / 10;
 }
 
 Ticker ticker = {

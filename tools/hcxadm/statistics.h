@@ -34,6 +34,10 @@ void reset_statistics(const Board &board);
 // Growth per second of each counter that is in both samples and did not go back.
 using Rates = std::array<std::optional<double>, counter_count>;
 Rates rates_between(const Sample &before, const Sample &after, double seconds);
+// All errors together, of those counters that there are.
+std::optional<double> error_rate(const Rates &rates);
+// One decimal: more is noise of the clock.
+double rounded_rate(double rate);
 
 // How the watch tells and passes time, in seconds; tests put their own in place.
 struct Ticker {
