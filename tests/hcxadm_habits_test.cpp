@@ -114,7 +114,8 @@ Page read_page(const std::string &name) {
   bool synopsis = false;
   for (std::string line; std::getline(lines, line);) {
     if (line.starts_with(".Sh ")) synopsis = line == ".Sh SYNOPSIS";
-    const Words words = line.starts_with('.') ? plain(line) : Words();
+    const bool markup = line.starts_with('.') && !line.starts_with(".Ql ");  // these quote commands
+    const Words words = markup ? plain(line) : Words();
     for (const std::string &word : words)
       if (word.starts_with("--")) page.options.insert(word);
     if (synopsis && line.starts_with(".Cm "))
