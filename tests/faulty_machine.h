@@ -73,13 +73,16 @@ class FaultyMachine final : public hcx::sysio::Machine {
     return pass(Verb::truncate, [&] { return behind_.truncate(fd, size); });
   }
   int list(const char *path, const char *prefix, std::vector<std::string> &names) override {
-    return pass(Verb::list, [&] { return behind_.list(path, prefix, names); });
+    return room_for_a_name(names) ? pass(Verb::list, [&] { return behind_.list(path, prefix, names); })
+                                  : -ENOMEM;
   }
   ssize_t read_link(const char *path, char *buf, size_t size) override {
     return pass(Verb::read_link, [&] { return behind_.read_link(path, buf, size); });
   }
   int list_at(int dir, const char *name, const char *prefix, std::vector<std::string> &names) override {
-    return pass(Verb::list, [&] { return behind_.list_at(dir, name, prefix, names); });
+    return room_for_a_name(names)
+               ? pass(Verb::list, [&] { return behind_.list_at(dir, name, prefix, names); })
+               : -ENOMEM;
   }
   ssize_t read_link_at(int dir, const char *name, char *buf, size_t size) override {
     return pass(Verb::read_link, [&] { return behind_.read_link_at(dir, name, buf, size); });
@@ -165,6 +168,15 @@ class FaultyMachine final : public hcx::sysio::Machine {
     return EIO;
   }
 
+  // The names are the library's memory, which the real machine may find exhausted.
+  static bool room_for_a_name(std::vector<std::string> &names) {
+    try {
+      names.reserve(names.size() + 1);
+      return true;
+    } catch (const std::bad_alloc &) {
+      return false;
+    }
+  }
   // The error that this call is to end with, 0 for none.
   int fail(Verb verb) {
     if (std::this_thread::get_id() != owner_) return 0;
