@@ -118,8 +118,8 @@ TEST_F(LinkDown, ARegionIsNotMadeOnOtherFailures) {
 // What did not come reads as zeros: neither a signature that is missing for this reason nor a count that says "empty"
 // may cost the records that are in flash. Nor may a status behind a part that was delivered.
 TEST_F(LinkDown, ARegionIsNotMadeFromHalfAnAnswer) {
+  const std::string before = image(fip + up + end), after = image(fip + down + end);
   for (const uint32_t board : {fc, old_fc}) {
-    const std::string before = image(fip + up + end);
     set_flash(board, before);
     for (const Cut cut :
          {Cut{256}, {256, 4096}, {4096, 256}, {260}, {767, 4096}, {4096, 767}, {20}, {20, 4096}}) {
@@ -141,7 +141,7 @@ TEST_F(LinkDown, ARegionIsNotMadeFromHalfAnAnswer) {
     adapter(board).handlers.clear();
     EXPECT_EQ(flash(board), before);
     EXPECT_EQ(HCX_SetPersistLinkDown(board, 1), 0u);
-    EXPECT_EQ(to_hex(flash(board)), to_hex(image(fip + down + end)));
+    EXPECT_EQ(to_hex(flash(board)), to_hex(after));
   }
 }
 
