@@ -9,6 +9,7 @@
 
 #include "examples.h"
 #include "sim_machine.h"
+#include "statistics.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -182,6 +183,105 @@ TEST(HcxadmHabits, EachCommandHasExamplesInItsHelpAndOnItsPage) {
     }
     EXPECT_GT(count, 0U) << name << " has no example";
   }
+}
+
+// ---- every example, run ----
+
+double passed = 0;
+
+// What an example's command says and does on a machine of its own.
+struct Played {
+  int status = -1;
+  std::string out, err, writes;  // the latter to attributes
+
+  explicit Played(const Words &args) {
+    sim::Machine machine;
+    sim::default_san(machine);
+    const sim::Installed installed(machine);
+    Tried tried(args);
+    status = tried.status;
+    out = tried.out;
+    err = tried.err;
+    for (const sim::Write &write : machine.writes())
+      writes.append(write.path).append(" ").append(write.text).append("\n");
+  }
+  bool operator==(const Played &) const = default;
+};
+
+// The words behind "hcxadm" of an example that can run here, none for the others.
+Words words_of(const Example &example) {
+  static const std::set<std::string> skipped = {"event follow", "event history",
+                                                "top"};  // these take their time
+  const std::string line = example.line;
+  if (skipped.contains(example.command) || line.find("--password-fd") != std::string::npos) return {};
+  Words args = Tried::words(line.substr(0, line.find(" | ")));
+  args.erase(args.begin());
+  std::erase(args, "--yes");
+  std::erase(args, "--dry-run");
+  for (std::string &arg : args)
+    if (arg == "saved" || arg == "region23") arg = testing::TempDir() + "hcxadm_habits_" + arg;
+  return args;
+}
+
+Words with(Words args, const char *option) {
+  args.insert(args.begin(), option);
+  return args;
+}
+
+class HcxadmExamples : public testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("HCXADM_RUN_DIR", (testing::TempDir() + "hcxadm_habits_run").c_str(), 1);
+    hcxadm::ticker = {[] { return passed; }, [](double seconds) { passed += seconds; }};
+  }
+};
+
+TEST_F(HcxadmExamples, ABoardIsNamedByNumberHostOrPortName) {
+  static constexpr const char *names[4][3] = {{"host2", "10:00:00:90:fa:94:2b:02", "0x10000090FA942B02"},
+                                              {"host3", "10:00:00:90:fa:94:2b:03", "10000090fa942b03"},
+                                              {"host10", "10:00:00:00:c9:a1:b2:c0", "0x10000000c9a1b2c0"},
+                                              {"host11", "10:00:00:00:c9:a1:b2:c1", "10000000c9a1b2c1"}};
+  size_t seen = 0;
+  for (const Example &example : hcxadm::examples()) {
+    Words args = words_of(example);
+    const size_t at = Tried::words(example.command).size();
+    if (args.size() <= at || args[at].size() != 1 || !isdigit(static_cast<unsigned char>(args[at][0])))
+      continue;
+    ++seen;
+    const size_t number = static_cast<size_t>(args[at][0] - '0');
+    args.insert(args.begin(), "--yes");
+    const Played expected(args);
+    for (const char *name : names[number]) {
+      args[at + 1] = name;
+      const Played run(args);
+      EXPECT_TRUE(run == expected) << joined(args) << ": status " << run.status << "\n" << run.out << run.err;
+    }
+    args[at + 1] = "99";
+    const Played run(args);
+    EXPECT_EQ(run.status, 3) << joined(args) << run.err;
+    EXPECT_NE(run.err.find("no board \"99\""), std::string::npos) << joined(args) << run.err;
+  }
+  EXPECT_GT(seen, 45U);
+}
+
+// Without a yes nothing is done, and nothing for --dry-run, which says what would be.
+TEST_F(HcxadmExamples, WhatAsksDoesNothingWithoutAYes) {
+  size_t asked = 0;
+  for (const Example &example : hcxadm::examples()) {
+    const Words args = words_of(example);
+    if (args.empty()) continue;
+    const Played unasked(args);
+    if (unasked.err.find("Go on?") == std::string::npos) continue;
+    ++asked;
+    const Played dry(with(args, "--dry-run"));
+    const std::string name = joined(args) + ": ";
+    EXPECT_EQ(unasked.status, 5) << name << unasked.err;
+    EXPECT_EQ(dry.status, 0) << name << dry.err;
+    EXPECT_NE(dry.err.find("would "), std::string::npos) << name << dry.err;
+    EXPECT_EQ(dry.err.find("Go on?"), std::string::npos) << name;
+    EXPECT_EQ(dry.writes, unasked.writes) << name;
+  }
+  EXPECT_GT(asked, 15U);
 }
 
 }  // namespace
