@@ -284,4 +284,15 @@ TEST_F(HcxadmExamples, WhatAsksDoesNothingWithoutAYes) {
   EXPECT_GT(asked, 15U);
 }
 
+TEST_F(HcxadmExamples, AMistypedWordIsAnsweredWithTheRightOne) {
+  for (const Command &command : commands()) {
+    Words args = command.path;
+    if (args.back().size() < 3 || args.size() > 2) continue;
+    std::swap(args.back()[0], args.back()[1]);
+    const Played run(args);
+    EXPECT_EQ(run.status, 2) << joined(args);
+    EXPECT_NE(run.err.find("did you mean \""), std::string::npos) << joined(args) << ": " << run.err;
+  }
+}
+
 }  // namespace

@@ -291,6 +291,11 @@ void add_standard_verb(CLI::App &noun, const char *name, const char *help, Conte
   CLI::App *named = &noun;
   noun.callback([&ctx, named, command = words_of(noun), action = std::move(action)] {
     if (named->get_subcommands().empty()) {
+      for (const CLI::Option *option :
+           named->get_options())  // a verb that was mistyped looks like an argument
+        if (option->get_positional() && option->count() > 0)
+          if (const std::string known = suggestion(*named, option->results().front()); !known.empty())
+            throw CLI::ValidationError("unknown verb \"" + option->results().front() + "\"" + known);
       ctx.command = command;
       ctx.action = action;
       return;
