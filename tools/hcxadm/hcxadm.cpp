@@ -91,6 +91,14 @@ const CLI::App &innermost(const CLI::App &root, std::string &words) {
   return *app;
 }
 
+// A mistyped verb below a verb, which was taken for what the noun's own command takes, its BOARD.
+std::string taken_by_parent(const CLI::App &app) {
+  if (!app.get_parent()) return {};
+  for (const CLI::Option *option : app.get_parent()->get_options())
+    if (option->get_positional() && !option->results().empty()) return option->results().back();
+  return {};
+}
+
 Problem usage_problem(const CLI::App &root, const CLI::ParseError &error) {
   std::string words;
   const CLI::App &app = innermost(root, words);
@@ -107,8 +115,12 @@ Problem usage_problem(const CLI::App &root, const CLI::ParseError &error) {
         (words.empty() ? "unknown command \"" : "unknown verb \"") + *stray + "\"" + suggestion(app, *stray);
   else if (stray != left.end())
     problem.tried = "\"" + *stray + "\" is one argument too many";
-  else if (dynamic_cast<const CLI::RequiredError *>(&error) && has_verbs)
-    problem.tried = words.empty() ? "no command given" : "no verb given";
+  else if (dynamic_cast<const CLI::RequiredError *>(&error) && has_verbs) {
+    const std::string taken = taken_by_parent(app);
+    problem.tried = words.empty()   ? "no command given"
+                    : taken.empty() ? "no verb given"
+                                    : "unknown verb \"" + taken + "\"" + suggestion(app, taken);
+  }
   if (!words.empty()) problem.tried = words + ": " + problem.tried;
   problem.todo = "see \"hcxadm " + words + (words.empty() ? "" : " ") + "--help\"";
   std::replace(problem.tried.begin(), problem.tried.end(), '\n', ' ');
