@@ -11,6 +11,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -105,6 +106,8 @@ struct Mode {
   bool lasting = false;
   bool half = false;
   bool each_verb = false;
+
+  friend std::ostream &operator<<(std::ostream &out, const Mode &mode) { return out << mode.name; }
 };
 
 const Mode kModes[] = {
