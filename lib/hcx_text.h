@@ -18,12 +18,13 @@ class Text {
     vsnprintf(text_, Size, format, args);
     va_end(args);
   }
-  // Texts that are there already, for what is done too often for printf().
+  // Texts that are there already, for what is done too often for printf(). Null is an empty one.
   Text &assign(const char *text) {
     text_[0] = '\0';
     return append(text);
   }
   Text &append(const char *text) {
+    if (!text) return *this;
     const size_t before = strlen(text_), length = strnlen(text, Size - 1 - before);
     memcpy(text_ + before, text, length);
     text_[before + length] = '\0';

@@ -198,11 +198,12 @@ TEST_F(AdmRegion, Forwarders) {
   EXPECT_EQ(set[1]["flags"], 0x3e);
   EXPECT_EQ(flash(2).substr(24, 4), std::string("\0\x01\xea\x03", 4)) << "the low byte of a VLAN comes first";
   EXPECT_EQ(data("fcf connect set 2 --none").size(), 0U);
-  expect_refused(
-      2, "fcf connect set 2 --yes",
-      {"", "vlan", "vlan=4096", "vlan=1,vlan=2", "color=red", "flags=0x40", "fabric=zz", "vlan=1 --none",
-       "vlan=1 vlan=1 vlan=1 vlan=1 vlan=1 vlan=1 vlan=1 vlan=1 vlan=1 vlan=1 vlan=1 vlan=1 "
-       "vlan=1 vlan=1 vlan=1 vlan=1 vlan=1"});
+  std::string seventeen = "vlan=1";
+  for (int i = 1; i < 17; ++i)
+    seventeen += " vlan=1";
+  expect_refused(2, "fcf connect set 2 --yes",
+                 {"", "vlan", "vlan=4096", "vlan=1,vlan=2", "color=red", "flags=0x40", "fabric=zz",
+                  "vlan=1 --none", seventeen.c_str()});
 }
 
 TEST_F(AdmRegion, FipParameters) {

@@ -219,7 +219,7 @@ Words words_of(const Example &example) {
   std::erase(args, "--yes");
   std::erase(args, "--dry-run");
   for (std::string &arg : args)
-    if (arg == "saved" || arg == "region23") arg = testing::TempDir() + "hcxadm_habits_" + arg;
+    if (arg == "saved" || arg == "region23") arg.insert(0, testing::TempDir() + "hcxadm_habits_");
   return args;
 }
 
