@@ -43,7 +43,7 @@ extern "C" char *__wrap_strdup(const char *text) {
   return counts_new && due() ? nullptr : __real_strdup(text);
 }
 
-extern "C" int __wrap_asprintf(char **text, const char *format, ...) {
+extern "C" __attribute__((format(printf, 2, 3))) int __wrap_asprintf(char **text, const char *format, ...) {
   if (counts_new && due()) return -1;
   va_list args;
   va_start(args, format);
