@@ -1319,8 +1319,8 @@ uint32_t HCX_FCoEGetParams(uint32_t board, HCX_FCoEParam *pParam);
 /*
  * Writes the setting: 1 to hold the link down, 0 for normal.
  * A region 23 that was never written, or has another signature, is made anew and its contents are lost; all other
- * records are kept. An image that was not read whole, is damaged, or has no room, is not written. Returns 4 for another value; else also
- * the result of the mailbox command that wrote.
+ * records are kept. An image that was not read whole, is damaged, or has no room, is not written.
+ * Returns 4 for another value; else also the result of the mailbox command that wrote.
  */
 uint32_t HCX_SetPersistLinkDown(uint32_t board, uint16_t linkDownConfig);
 
